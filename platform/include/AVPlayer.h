@@ -1,0 +1,140 @@
+// QtAV::AVPlayer: one layer's media player.
+//
+// The player keeps its state (source, media type, video outputs, positions
+// asked for, repeat, decoder priority, audio output, master clock) and does
+// its media work through the process's engine (MediaEngine.h). Without an
+// engine it keeps its state only and emits nothing by itself, except the
+// sig_deleteObj() that completes releaseObj().
+//
+// Threading: the player lives on the GUI thread; call it there, with one
+// exception: audio() and its AudioOutput may be used from any thread.
+// Signals are emitted on the player's thread.
+//
+// Ownership: the player owns its AudioOutput and AVClock. Its video outputs
+// are only referred to; their owner removes them before destroying them.
+// releaseObj() hands the player back: it stops and lets go of its media,
+// then emits sig_deleteObj(), after which whoever owns the player deletes it
+// (the layer service does so in its onSigDeleteObj slot).
+//
+// Media types are opaque strings here ("video", "audio", "picture", ...);
+// the layer service gives them their meaning.
+#pragma once
+
+#include "AVClock.h"
+#include "AudioOutput.h"
+#include "KelmorPlatformExport.h"
+#include "MediaEngine.h"
+
+#include <QList>
+#include <QObject>
+#include <QString>
+#include <QVector>
+#include <memory>
+
+namespace QtAV {
+
+class VideoRenderer;
+
+class KELMOR_PLATFORM_EXPORT AVPlayer : public QObject
+{
+    Q_OBJECT
+public:
+    explicit AVPlayer(QObject* parent = nullptr);
+    ~AVPlayer() override;
+
+    /// Decoder ids in the order to try (see VideoDecoder::id).
+    void setPriority(const QVector<int>& ids);
+    QVector<int> priority() const { return m_priority; }
+
+    /// Opens a source (paused, so that its first frame is ready).
+    void setFile(const QString& path);
+    QString file() const { return m_file; }
+
+    void setMediaType(const QString& type);
+    QString getMediaType() const { return m_mediaType; }
+
+    AudioOutput* audio() const { return m_audio.get(); }
+    AVClock* masterClock() const { return m_clock; }
+
+    // Video outputs, in the order added.
+    QList<VideoRenderer*> videoOutputs() const { return m_outputs; }
+    /// Adds an output; adding one twice, or null, changes nothing.
+    void addVideoRenderer(VideoRenderer* renderer);
+    /// true when the output was there.
+    bool removeVideoRenderer(VideoRenderer* renderer);
+    void clearVideoRenderers();
+
+    // Transport.
+    /// false starts or resumes, true pauses.
+    void pause(bool p);
+    bool isPaused() const { return m_paused; }
+    void stop();
+    /// Back to the start position; pauses there when `pause` is true.
+    void resetPlay(bool pause);
+    /// Prepares `file` at `msec`, paused when isPause is true, and emits
+    /// playReadySucess() when that frame is ready.
+    void playReady(const QString& file, qint64 msec, bool isPause);
+    /// The same on the current source.
+    void playReady(qint64 msec, bool isPause);
+    void setPosition(qint64 msec);
+    qint64 position() const;
+    void setStartPosition(qint64 msec);
+    qint64 startPosition() const { return m_startPosition; }
+    void setStopPosition(qint64 msec);
+    qint64 stopPosition() const { return m_stopPosition; }
+    /// Extra passes after the first (-1: forever).
+    void setRepeat(int count);
+    int repeat() const { return m_repeat; }
+
+    // Fades of the picture's opacity and the audio, over `msec` from now.
+    void setFadeIn(int msec);
+    void setFadeOut(int msec);
+    /// Cancel a running fade where it stands; true when one was running.
+    bool stopFadeIn();
+    bool stopFadeOut();
+
+    /// Redraw the current picture on every output.
+    void updateFrame();
+    void refreshUi();
+
+    /// Stops, lets go of the media and then emits sig_deleteObj().
+    void releaseObj();
+    bool isReleased() const { return m_released; }
+
+    PlayerStatistics statistics() const;
+
+public slots:
+    /// A texture shared by another process (see SpoutNode).
+    void setTextureID(int textureId, int width, int height, QString sourceName);
+
+signals:
+    void stopped();
+    void loaded();
+    void positionChanged(qint64 position);
+    void fadeOutFinished();
+    void fadeInFinished();
+    void playReadySucess();
+    void sig_deleteObj();
+
+private:
+    class EventSink;
+    void announceDeletion();
+
+    // All fields: GUI thread.
+    std::unique_ptr<EventSink> m_sink;
+    std::unique_ptr<AudioOutput> m_audio;
+    AVClock* m_clock = nullptr;             // child QObject
+    std::unique_ptr<PlayerBackend> m_backend; // null: state only
+    QString m_file;
+    QString m_mediaType;
+    QVector<int> m_priority;
+    QList<VideoRenderer*> m_outputs;
+    bool m_paused = true;
+    bool m_released = false;
+    qint64 m_position = 0;
+    qint64 m_startPosition = 0;
+    qint64 m_stopPosition = -1;
+    int m_repeat = 0;
+};
+
+} // namespace QtAV

@@ -1,0 +1,104 @@
+// QtAV::VideoRenderer: the interface through which a media player hands its
+// pictures to an output, plus the region and patch settings that the layer
+// service gives each output.
+//
+// Identity. Every renderer class has a type id (`id()`); the static `name(id)`
+// turns it into the type name the service compares ("NoxGL" for render objects
+// on output screens, "QmlGL" for QML previews). Further names can be
+// registered with `registerName`, which hands out stable ids.
+//
+// Render type. `videoRenderType()` tells screen outputs (VideoRenderType_Output,
+// 0) from custom outputs such as previews in a host window
+// (VideoRenderType_Custom, 1); the service removes custom outputs by it.
+//
+// Threading. Setters and getters may be called from any thread: the settings
+// are guarded by the renderer's own mutex. `receive` is called by the engine
+// on whatever thread delivers frames.
+//
+// Ownership. A renderer is owned by whoever created it; a player that shows
+// on it (AVPlayer::addVideoRenderer) only refers to it.
+#pragma once
+
+#include "KelmorPlatformExport.h"
+#include "VideoFrame.h"
+
+#include <QMutex>
+#include <QRectF>
+#include <QSize>
+#include <QVector>
+
+namespace QtAV {
+
+using VideoRendererId = int;
+
+/// Type id of the render objects on output screens; its name is "NoxGL".
+extern KELMOR_PLATFORM_EXPORT const VideoRendererId VideoRendererId_NoxGL;
+/// Type id of QML preview renderers; its name is "QmlGL".
+extern KELMOR_PLATFORM_EXPORT const VideoRendererId VideoRendererId_QmlGL;
+
+enum VideoRenderType {
+    VideoRenderType_Output = 0, ///< draws on an output screen
+    VideoRenderType_Custom = 1, ///< a custom output (a preview in the host's window)
+};
+
+/// Control points of a patch warp as the service hands them on.
+struct PatchInfo
+{
+    int rows = 0;
+    int cols = 0;
+    QVector<float> points;
+};
+
+class KELMOR_PLATFORM_EXPORT VideoRenderer
+{
+public:
+    virtual ~VideoRenderer();
+
+    virtual VideoRendererId id() const = 0;
+    virtual int videoRenderType() const { return VideoRenderType_Output; }
+
+    /// The type name of `id`, or null for an id nobody registered.
+    static const char* name(VideoRendererId id);
+    /// Registers a type name and returns its id; a name registered before
+    /// returns its existing id. Names are compared as whole strings.
+    static VideoRendererId registerName(const char* name);
+
+    /// Takes the next picture to show; an empty frame blanks the output.
+    virtual bool receive(const VideoFrame& frame);
+    VideoFrame currentFrame() const;
+
+    /// Sets the size of the output in pixels.
+    virtual void resizeRenderer(int width, int height);
+    QSize rendererSize() const;
+
+    /// The rectangle of the source picture to show, in original-picture units.
+    virtual void setRegionOfInterest(double x, double y, double width, double height);
+    QRectF regionOfInterest() const;
+
+    /// Patch warp: regions, patch count and control points, kept as given.
+    virtual void setPatchRoi(QVector<QRectF> regions);
+    virtual void setPatchCount(int count);
+    virtual void setPatchInfo(int rows, int cols, QVector<float> points);
+    QVector<QRectF> patchRoi() const;
+    int patchCount() const;
+    PatchInfo patchInfo() const;
+
+protected:
+    VideoRenderer() = default;
+    VideoRenderer(const VideoRenderer&) = delete;
+    VideoRenderer& operator=(const VideoRenderer&) = delete;
+
+    /// Guards every setting of this renderer and of its subclasses.
+    mutable QMutex m_settingsMutex;
+
+private:
+    // All guarded by m_settingsMutex.
+    VideoFrame m_frame;
+    QSize m_rendererSize;
+    QRectF m_roi;
+    QVector<QRectF> m_patchRoi;
+    int m_patchCount = 0;
+    PatchInfo m_patchInfo;
+};
+
+} // namespace QtAV

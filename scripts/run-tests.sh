@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# The whole test suite: unit, timer and package tests on the default build,
+# then the unit tests under AddressSanitizer + UndefinedBehaviorSanitizer and
+# the timer tests under ThreadSanitizer. Any failure or sanitizer report fails.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+
+./scripts/install-deps.sh
+jobs=$(nproc)
+
+# Tests that need a GL context run under a virtual X server.
+run_x() {
+  if [ -n "${DISPLAY:-}" ]; then "$@"; else xvfb-run -a -s "-screen 0 1920x1080x24" "$@"; fi
+}
+
+step() { echo; echo "==== $*"; }
+
+step "default build"
+cmake --preset default >/dev/null
+cmake --build --preset default -j"$jobs"
+step "default tests"
+run_x ctest --preset default -j"$jobs"
+
+step "asan build"
+cmake --preset asan >/dev/null
+cmake --build --preset asan -j"$jobs"
+step "asan tests"
+export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:halt_on_error=1:detect_stack_use_after_return=1"
+export LSAN_OPTIONS="suppressions=$root/tests/lsan.supp:print_suppressions=0"
+export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+run_x ctest --preset asan -j"$jobs"
+unset ASAN_OPTIONS LSAN_OPTIONS UBSAN_OPTIONS
+
+step "tsan build (timer tests)"
+cmake --preset tsan >/dev/null
+cmake --build --preset tsan -j"$jobs" --target kelmor_tests_timer
+step "tsan tests"
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$root/tests/tsan.supp"
+export GTEST_FILTER='-*Queued*'
+run_x ctest --preset tsan -j"$jobs"
+
+echo
+echo "All tests passed."

@@ -1,0 +1,76 @@
+#include "TestSupport.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QMutex>
+#include <QMutexLocker>
+
+namespace {
+
+QMutex g_logMutex;            // guards g_lines and g_capturing
+QStringList g_lines;
+int g_capturing = 0;
+QtMessageHandler g_previous = nullptr;
+
+void captureHandler(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    {
+        QMutexLocker lock(&g_logMutex);
+        if (g_capturing > 0)
+            g_lines << message;
+    }
+    if (g_previous)
+        g_previous(type, context, message);
+}
+
+} // namespace
+
+LogCapture::LogCapture()
+{
+    QMutexLocker lock(&g_logMutex);
+    if (g_capturing++ == 0) {
+        g_lines.clear();
+        g_previous = qInstallMessageHandler(captureHandler);
+    }
+}
+
+LogCapture::~LogCapture()
+{
+    QMutexLocker lock(&g_logMutex);
+    if (--g_capturing == 0)
+        qInstallMessageHandler(g_previous);
+}
+
+QStringList LogCapture::lines() const
+{
+    QMutexLocker lock(&g_logMutex);
+    return g_lines;
+}
+
+int LogCapture::count(const QString& text) const
+{
+    QMutexLocker lock(&g_logMutex);
+    int n = 0;
+    for (const QString& line : g_lines)
+        n += line.contains(text) ? 1 : 0;
+    return n;
+}
+
+void LogCapture::clear()
+{
+    QMutexLocker lock(&g_logMutex);
+    g_lines.clear();
+}
+
+TestRenderer::TestRenderer(const char* typeName, int renderType)
+    : m_id(QtAV::VideoRenderer::registerName(typeName)), m_renderType(renderType)
+{
+}
+
+void processEvents(int rounds)
+{
+    for (int i = 0; i < rounds; ++i) {
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCoreApplication::processEvents(QEventLoop::AllEvents);
+    }
+}

@@ -1,0 +1,92 @@
+// UI_Proc_KELMOR_PlayerTimer_Desktop: the timed-item timer of one layer.
+//
+// Content without a media clock of its own (a still picture, an office page,
+// a stream) gets the behaviour of a timed clip from this timer: it counts the
+// item's playing time on a thread of its own, reports progress, repeats the
+// item and reports start, pause and stop.
+//
+// The loop (startTimer) ticks every 20 ms; progress is reported on ticks
+// 1, 6, 11, ... of a run (about 20 ms after the start, then every 100 ms).
+// The end of a pass reports progress 0 at once. With setRepeat(n) an item
+// plays n + 1 passes. Play states: 1200 stopped, 1201 playing, 1202 paused.
+//
+// Threading: every operation is called from the owner's thread (the layer
+// service's GUI thread); the loop runs on the timer's own thread and emits
+// the signals there, so they reach receivers on other threads queued.
+// Two mutexes, never held together: stateMutex guards running, the play-state
+// writes and the repeat counts; progressMutex guards the progress fields.
+// Signals are emitted with no mutex held. Fields read without a lock by
+// design are atomics, so those reads are well defined.
+//
+// Lifetime: stop or pause the timer before destroying it. A timer destroyed
+// while its loop runs stops the loop first (with a debug line) and then joins
+// its thread. startThread() and the destructor throw std::system_error
+// (resource deadlock) when called on the timer's own thread.
+#pragma once
+
+#include "KelmorPlayerExport.h"
+
+#include <QObject>
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+class KELMOR_PLAYER_EXPORT UI_Proc_KELMOR_PlayerTimer_Desktop : public QObject
+{
+    Q_OBJECT
+public:
+    UI_Proc_KELMOR_PlayerTimer_Desktop(int layerId, int bankId, qint64 duration);
+    ~UI_Proc_KELMOR_PlayerTimer_Desktop() override;
+
+    /// Joins a previous loop (waiting for it to end), then runs startTimer on
+    /// a new thread.
+    void startThread();
+    /// The loop itself; runs on the calling thread until the run ends.
+    void startTimer();
+    /// Ends the run and resets the progress to 0.
+    void stopTimer();
+    /// true pauses (keeping the position); always emits paused().
+    void pauseTimer(bool isPause);
+    /// Seeks to `msec`: a running loop continues from there.
+    void setProgressTimer(qint64 msec);
+    /// Extra passes after the first; resets the passes already done.
+    void setRepeat(int count);
+    void setDuration(qint64 msec);
+
+    qint64 getCurrProgress();
+    qint64 getDuration();
+    int getPlayState();
+
+signals:
+    void started(int layerId, int bankId);
+    void stopped(int layerId, int bankId);
+    void paused(int layerId, int bankId, bool isPause);
+    void setProgressTimered(int layerId, int bankId, qint64 timeMsec);
+    // Declared for the service's connections; this timer never emits them.
+    void setRepeated(int layerId, int bankId, int count);
+    void setSynchClocked(int layerId, int bankId, float timeMsec);
+    void playReadyed(int layerId, int bankId, qint64 timeMsec, bool isPause);
+    void resetPlayed(int layerId, int bankId, bool isPause);
+
+private:
+    /// Joins and deletes the loop's thread; throws when called on it.
+    void joinTimerThread();
+
+    const int layerId;                   // constant
+    const int bankId;                    // constant
+    std::atomic<qint64> duration;        // no lock (atomic)
+    std::atomic<qint64> currProgress{0}; // written under progressMutex, read atomically
+    std::atomic<bool> running{false};    // written under stateMutex
+    std::atomic<int> repeatCount{0};     // written under stateMutex
+    std::atomic<int> repeatDone{0};      // written under stateMutex
+    qint64 progressBase = 0;             // progressMutex
+    std::mutex stateMutex;
+    qint64 startTime = 0;                // progressMutex; monotonic nanoseconds
+    std::mutex progressMutex;
+    std::atomic<int> playState{1200};    // written under stateMutex or by the loop
+    // Set by the destructor (under stateMutex): a loop that begins after it
+    // does not set running again, so deleting a just-started timer cannot hang.
+    std::atomic<bool> closing{false};
+    std::unique_ptr<std::thread> timerThread; // owner's thread
+};
