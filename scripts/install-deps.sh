@@ -7,6 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   qtbase5-dev libqt5opengl5-dev libmpv-dev
   libgtest-dev
+  ffmpeg
   xvfb xauth
 )
 

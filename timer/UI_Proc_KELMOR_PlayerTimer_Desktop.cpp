@@ -9,6 +9,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <limits>
 #include <pthread.h>
 #include <system_error>
 
@@ -30,6 +31,18 @@ qint64 nowNs()
     return std::chrono::duration_cast<std::chrono::nanoseconds>(
                std::chrono::steady_clock::now().time_since_epoch())
         .count();
+}
+
+/// Milliseconds truncated toward zero, saturated at the ends of qint64 so
+/// that a seek near the largest position cannot overflow the conversion.
+qint64 toMsec(double ms)
+{
+    constexpr double kLimit = 9223372036854775807.0; // 2^63 once rounded
+    if (ms >= kLimit)
+        return std::numeric_limits<qint64>::max();
+    if (ms <= -kLimit)
+        return std::numeric_limits<qint64>::min();
+    return static_cast<qint64>(ms);
 }
 
 /// Names the calling thread "ktimer b<bank> l<layer>", cut to the 15
@@ -82,6 +95,11 @@ void UI_Proc_KELMOR_PlayerTimer_Desktop::joinTimerThread()
 void UI_Proc_KELMOR_PlayerTimer_Desktop::startThread()
 {
     joinTimerThread();
+    // The new thread may run before its object is stored, and a slot on it
+    // may read timerThread (a startThread or a delete from a directly
+    // connected slot must see its own thread to refuse joining it). Storing
+    // it under stateMutex, which the loop takes first thing, orders the two.
+    std::lock_guard<std::mutex> lock(stateMutex);
     timerThread = std::make_unique<std::thread>([this] {
         nameTimerThread(bankId, layerId);
         startTimer();
@@ -110,7 +128,7 @@ void UI_Proc_KELMOR_PlayerTimer_Desktop::startTimer()
         {
             std::lock_guard<std::mutex> lock(progressMutex);
             const double elapsedMs = (nowNs() - startTime) / kNsPerMs;
-            currProgress = static_cast<qint64>(elapsedMs + progressBase);
+            currProgress = toMsec(elapsedMs + progressBase);
         }
         if (currProgress >= duration) {
             {

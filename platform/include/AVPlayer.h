@@ -18,6 +18,28 @@
 //
 // Media types are opaque strings here ("video", "audio", "picture", ...);
 // the layer service gives them their meaning.
+//
+// Transport, as the engines implement it (the libmpv engine's details are in
+// platform/engines/mpv/MpvBackend.h):
+// - setFile opens the source paused with its first frame ready; loaded()
+//   follows once it is open (statistics() then holds its frame rate and size).
+//   A source that cannot be opened writes a debug line and emits nothing.
+// - pause(false) starts or resumes; after the end of the last pass it starts
+//   again from the start position. pause(true) pauses.
+// - stop() pauses at the start position and emits stopped(); the end of the
+//   last pass emits stopped() once and holds the last frame.
+// - playReady(file, ms, isPause) loads the file if it differs, seeks exactly
+//   to ms and emits playReadySucess() once that frame is ready, then plays
+//   unless isPause. resetPlay(pause) goes back to the start position.
+// - setPosition seeks exactly and emits positionChanged(ms) at once; while
+//   playing, positionChanged comes about every 100 ms.
+// - setStartPosition/setStopPosition bound every pass; setRepeat(n) plays n
+//   extra passes without a gap (-1: for ever).
+// - setFadeIn/setFadeOut ramp the audio (times the output's volume) and the
+//   picture's opacity over msec, then emit fadeInFinished()/fadeOutFinished()
+//   once; stopFadeIn/stopFadeOut leave a running fade where it stands.
+// - With the master clock external, the position follows
+//   updateExternalClock: small drift by playback speed, jumps by a seek.
 #pragma once
 
 #include "AVClock.h"

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 namespace {
 
 constexpr int kLayer = 6;
@@ -44,6 +46,16 @@ TEST(TimerSeek, SeekWhilePlayingContinuesFromTheNewPosition)
     const std::vector<qint64> after = reports(since(t.rec.events(), mark));
     EXPECT_GE(after[1], 50000 + 20);
     EXPECT_LT(after[1], 100000);
+}
+
+TEST(TimerSeek, SeekToTheLargestPositionEndsThePassWithoutOverflow)
+{
+    RecordedTimer t(kLayer, kBank, 3000);
+    t.timer->setProgressTimer(std::numeric_limits<qint64>::max());
+    t.timer->startThread();
+    ASSERT_TRUE(t.rec.waitForCount(TimerEvent::Stopped, 1));
+    EXPECT_EQ(shapeOf(t.rec.events()), "started 0 stopped");
+    EXPECT_EQ(t.rec.events().front().value, std::numeric_limits<qint64>::max());
 }
 
 TEST(TimerSeek, SeekOnAStoppedTimerStartsTheNextRunThere)

@@ -51,9 +51,11 @@ TEST(TimerStop, StopOnAPlayingTimerIsReportedByTheLoop)
 TEST(TimerStop, StopOnAStoppedTimerEmitsNothing)
 {
     RecordedTimer t(kLayer, kBank, 0);
+    t.timer->setProgressTimer(700);
     t.timer->stopTimer();
     EXPECT_TRUE(t.rec.events().empty());
     EXPECT_EQ(t.timer->getPlayState(), 1200);
+    EXPECT_EQ(t.timer->getCurrProgress(), 0); // the stop still resets the position
 
     // Also once a run has ended by itself.
     t.timer->startThread();

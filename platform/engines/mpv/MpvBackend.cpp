@@ -1,0 +1,337 @@
+// The transport, fades, clock and audio entry points of the libmpv backend;
+// the core's events are handled in MpvBackendEvents.cpp.
+#include "MpvBackend.h"
+
+#include "MpvAsync.h"
+#include "MpvClock.h"
+#include "MpvDecoders.h"
+#include "MpvReaper.h"
+#include "MpvRelay.h"
+
+#include <QDebug>
+#include <mpv/client.h>
+
+namespace QtAV {
+
+using namespace mpvasync;
+
+MpvBackend::MpvBackend(PlayerEventSink& sink, MpvEngine& engine)
+    : m_sink(sink), m_engine(engine)
+{
+    m_pump = std::make_unique<MpvEventPump>([this] { drainEvents(); });
+    m_relay = std::make_shared<MpvRelay>(m_pump.get());
+    m_fader = std::make_unique<MpvFader>(
+        [this](double factor) {
+            m_opacity.store(factor);
+            m_audio.setFadeFactor(factor);
+        },
+        [this](MpvFader::Direction done) {
+            if (done == MpvFader::In)
+                m_sink.fadeInFinished();
+            else
+                m_sink.fadeOutFinished();
+        });
+    startCore();
+}
+
+MpvBackend::~MpvBackend()
+{
+    m_engine.forget(this);
+    m_relay->detach(); // nothing reaches the pump from here on
+    if (m_mpv) {
+        // Destroyed without release(): free the core all the same, off this thread.
+        m_audio.detach();
+        m_relay->stopWakeups();
+        std::shared_ptr<MpvRelay> relay = m_relay;
+        MpvReaper::instance().destroy(m_mpv, [relay] {});
+        m_mpv = nullptr;
+    }
+}
+
+void MpvBackend::setDecoderPriority(const QVector<int>& decoderIds)
+{
+    m_priority = decoderIds;
+    setString(m_mpv, Prop::Hwdec, MpvDecoders::hwdecFor(decoderIds));
+}
+
+void MpvBackend::setMediaType(const QString& type)
+{
+    // Every source is played the same way; pictures hold on their frame
+    // through "image-display-duration=inf".
+    m_mediaType = type;
+}
+
+void MpvBackend::open(const QString& file)
+{
+    m_file = file;
+    ++m_loadSerial;
+    m_wantedEntry = -1;
+    m_loaded = false;
+    m_failed = false;
+    m_ended = false;
+    m_paused = true;
+    m_ready = Ready();
+    m_position = 0;
+    m_stats = PlayerStatistics();
+    m_containerFps = m_estimatedFps = 0.0;
+    m_reportedDecoder.clear();
+    if (!m_mpv) {
+        qDebug() << "mpv: no core, source ignored:" << file;
+        return;
+    }
+    requestPause(true);
+    rearmRepeat();
+    if (file.isEmpty()) {
+        command(m_mpv, tag(Tag::Command), {"stop"});
+        return;
+    }
+    const QByteArray path = file.toUtf8();
+    command(m_mpv, tag(Tag::Load, m_loadSerial), {"loadfile", path.constData(), "replace"});
+}
+
+void MpvBackend::setPaused(bool paused)
+{
+    m_paused = paused;
+    if (m_ready.active) {
+        // The play-ready decides once its frame is there.
+        m_ready.pause = paused;
+        return;
+    }
+    if (!paused && m_ended) {
+        // Played to its end: start over from the start position.
+        m_ended = false;
+        rearmRepeat();
+        seekTo(m_startPosition);
+    }
+    if (!paused)
+        m_positionReport.invalidate(); // report the position at once
+    requestPause(paused);
+}
+
+void MpvBackend::stop()
+{
+    m_paused = true;
+    m_ready = Ready();
+    m_ended = false;
+    if (m_mpv && !m_file.isEmpty()) {
+        requestPause(true);
+        rearmRepeat();
+        seekTo(m_startPosition);
+    }
+    m_sink.stopped();
+}
+
+void MpvBackend::resetPlay(bool pause)
+{
+    m_ready = Ready();
+    m_ended = false;
+    m_paused = pause;
+    rearmRepeat();
+    seekTo(m_startPosition);
+    m_position = m_startPosition;
+    m_sink.positionChanged(m_startPosition);
+    m_positionReport.start();
+    requestPause(pause);
+}
+
+void MpvBackend::playReady(const QString& file, qint64 msec, bool pause)
+{
+    // The current source is kept when it is the one asked for and did not fail.
+    if (file != m_file || m_failed || file.isEmpty())
+        open(file);
+    m_ready = Ready();
+    m_ready.active = true;
+    m_ready.pause = pause;
+    m_ready.msec = msec;
+    m_ready.serial = ++m_readySerial;
+    m_paused = pause;
+    requestPause(true); // held while the frame is prepared
+    if (m_loaded)
+        sendReadySeek(); // otherwise once the source is open
+}
+
+void MpvBackend::seek(qint64 msec)
+{
+    m_ended = false;
+    rearmRepeat();
+    seekTo(msec);
+    m_position = msec;
+    m_sink.positionChanged(msec);
+    m_positionReport.start();
+}
+
+qint64 MpvBackend::position() const
+{
+    return m_position;
+}
+
+void MpvBackend::setStartPosition(qint64 msec)
+{
+    m_startPosition = msec > 0 ? msec : 0;
+    setString(m_mpv, Prop::Start, m_startPosition > 0 ? seconds(m_startPosition)
+                                                      : QByteArrayLiteral("none"));
+}
+
+void MpvBackend::setStopPosition(qint64 msec)
+{
+    m_stopPosition = msec;
+    setString(m_mpv, Prop::End, seconds(msec)); // negative: "none"
+}
+
+void MpvBackend::setRepeat(int count)
+{
+    m_repeat = count;
+    rearmRepeat();
+}
+
+void MpvBackend::fadeIn(int msec)
+{
+    m_fader->start(MpvFader::In, msec);
+}
+
+void MpvBackend::fadeOut(int msec)
+{
+    m_fader->start(MpvFader::Out, msec);
+}
+
+bool MpvBackend::stopFadeIn()
+{
+    return m_fader->cancel(MpvFader::In);
+}
+
+bool MpvBackend::stopFadeOut()
+{
+    return m_fader->cancel(MpvFader::Out);
+}
+
+void MpvBackend::setClockType(int type)
+{
+    m_externalClock = type == 1;
+    if (!m_externalClock && m_speed != 1.0) {
+        m_speed = 1.0;
+        setDouble(m_mpv, Prop::Speed, 1.0);
+    }
+}
+
+void MpvBackend::updateExternalClock(qint64 msec)
+{
+    if (!m_externalClock || !m_loaded)
+        return;
+    const ClockStep step = MpvClock::follow(msec, m_position);
+    if (step.seek) {
+        seekTo(msec);
+        m_position = msec;
+    }
+    if (qAbs(step.speed - m_speed) > 0.001) {
+        m_speed = step.speed;
+        setDouble(m_mpv, Prop::Speed, m_speed);
+    }
+}
+
+void MpvBackend::updateFrame()
+{
+    // Nothing is drawn by this backend yet (vo=null).
+}
+
+void MpvBackend::refreshUi()
+{
+}
+
+void MpvBackend::setTextureID(int, int, int, const QString&)
+{
+    // Shared textures are not played by libmpv.
+}
+
+void MpvBackend::outputsChanged(const QList<VideoRenderer*>&)
+{
+    // Frames do not reach renderers yet (vo=null); the list is the player's.
+}
+
+PlayerStatistics MpvBackend::statistics() const
+{
+    PlayerStatistics stats = m_stats;
+    stats.video.frame_rate = m_containerFps > 0.0 ? m_containerFps : m_estimatedFps;
+    return stats;
+}
+
+void MpvBackend::release()
+{
+    if (m_released)
+        return;
+    m_released = true;
+    m_fader->cancel(m_fader->running());
+    m_ready = Ready();
+    m_audio.detach();
+    m_relay->stopWakeups();
+    PlayerEventSink* sink = &m_sink;
+    std::shared_ptr<MpvRelay> relay = m_relay;
+    auto announce = [relay, sink] { relay->post([sink] { sink->released(); }); };
+    if (m_mpv) {
+        mpv_handle* mpv = m_mpv;
+        m_mpv = nullptr;
+        MpvReaper::instance().destroy(mpv, announce);
+    } else {
+        announce();
+    }
+}
+
+void MpvBackend::setVolume(double volume)
+{
+    m_audio.setVolume(volume);
+}
+
+bool MpvBackend::closeAudio()
+{
+    return m_audio.close();
+}
+
+bool MpvBackend::openAudio()
+{
+    return m_audio.open();
+}
+
+void MpvBackend::setChannelLayout(int layout)
+{
+    m_audio.setChannelLayout(layout);
+}
+
+QString MpvBackend::propertyForDiagnostics(const char* name) const
+{
+    if (!m_mpv || !name)
+        return QString();
+    char* value = mpv_get_property_string(m_mpv, name);
+    const QString text = value ? QString::fromUtf8(value) : QString();
+    mpv_free(value);
+    return text;
+}
+
+void MpvBackend::requestPause(bool paused)
+{
+    setFlag(m_mpv, Prop::Pause, paused);
+}
+
+void MpvBackend::seekTo(qint64 msec)
+{
+    if (m_loaded)
+        seekExact(m_mpv, tag(Tag::Command), msec);
+}
+
+void MpvBackend::sendReadySeek()
+{
+    m_ended = false;
+    rearmRepeat();
+    m_ready.seekSent = true;
+    seekExact(m_mpv, tag(Tag::ReadySeek, m_ready.serial), m_ready.msec);
+}
+
+void MpvBackend::rearmRepeat()
+{
+    // libmpv counts "loop-file" down as it repeats, so every new pass from
+    // the start sets it again.
+    QByteArray value = m_repeat < 0 ? QByteArrayLiteral("inf")
+        : m_repeat == 0             ? QByteArrayLiteral("no")
+                                    : QByteArray::number(m_repeat);
+    setString(m_mpv, Prop::LoopFile, value);
+}
+
+} // namespace QtAV

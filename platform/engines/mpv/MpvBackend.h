@@ -1,0 +1,190 @@
+// One player's backend on its own libmpv core.
+//
+// The core is made once, with the backend, and serves the player for its
+// whole life: a new source is loaded into the same core ("loadfile replace").
+// Calls from the player never wait on libmpv: requests are asynchronous
+// (MpvAsync.h) and libmpv's events are read on the player's thread, where a
+// queued drain posted by libmpv's wakeup callback runs (MpvRelay.h). Making
+// the core (mpv_create/mpv_initialize, a few milliseconds) is the one
+// synchronous step, in the constructor.
+//
+// Core settings: "vo=null" (video is decoded; drawing into the layer's
+// renderers is not part of this backend yet), "ao" from the engine's options,
+// "keep-open=yes" (the end of an item is held, paused, on its last frame),
+// "idle=yes", "hr-seek=yes", "ytdl=no", "image-display-duration=inf" (a
+// picture stays until the next source), "network-timeout=5".
+//
+// Events are matched to the source they belong to by playlist entry id: the
+// reply to our loadfile names the entry, and START_FILE / FILE_LOADED /
+// END_FILE of any other entry (a replaced source ends after the new one was
+// asked for) are dropped.
+//
+// Transport, as this engine implements the seam:
+// - open(file): loads paused; loaded() follows once the source is open and
+//   its figures (frame rate, size) are read. An empty file unloads the core.
+// - setPaused(false) starts or resumes; after the end of the last pass it
+//   starts again from the start position. setPaused(true) pauses.
+// - stop(): pauses, goes back to the start position (the source stays loaded)
+//   and emits stopped().
+// - The end of the last pass emits stopped() once; the last frame is held.
+// - playReady(file, ms, pause): loads the file when it differs from the
+//   current one, holds paused, seeks exactly to ms, emits playReadySucess()
+//   when that frame is ready (libmpv's PLAYBACK_RESTART after the seek), then
+//   plays unless `pause`.
+// - resetPlay(pause): exact seek to the start position; paused there when
+//   `pause`, playing otherwise.
+// - seek(ms): exact seek; positionChanged(ms) is emitted at once.
+// - setStartPosition/setStopPosition: libmpv's "start"/"end", which bound every
+//   pass, repeats included (a negative stop position: the item's end).
+// - setRepeat(n): libmpv's "loop-file": n extra passes, -1 for ever, seamless.
+// - positionChanged(ms): from the observed "time-pos", at most about every
+//   100 ms, while playing.
+// - Fades (MpvFader.h) multiply the volume and are kept as opacity().
+// - Clock type 1: the position follows updateExternalClock (MpvClock.h).
+// - Audio (MpvAudio.h): from any thread.
+// - Decoders (MpvDecoders.h): one debug line per source names the decoder.
+// - release(): the core is destroyed on the reaper's thread (MpvReaper.h),
+//   then released() is reported on the player's thread.
+// - A source that cannot be opened (missing, unreadable, not media,
+//   unreachable) writes one debug line with libmpv's reason ("mpv: cannot
+//   play ...") and reports nothing else; the next open works as usual. A
+//   damaged source that does open plays what can be decoded and then ends
+//   like any other.
+#pragma once
+
+#include "MediaEngine.h"
+#include "MpvAudio.h"
+#include "MpvEngine.h"
+#include "MpvFader.h"
+
+#include <QElapsedTimer>
+#include <QString>
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+struct mpv_handle;
+struct mpv_event;
+
+namespace QtAV {
+
+class MpvEventPump;
+class MpvRelay;
+
+class KELMOR_ENGINE_MPV_EXPORT MpvBackend : public PlayerBackend
+{
+public:
+    MpvBackend(PlayerEventSink& sink, MpvEngine& engine);
+    ~MpvBackend() override;
+
+    AVPlayer* player() const { return m_sink.player(); }
+
+    void setDecoderPriority(const QVector<int>& decoderIds) override;
+    void setMediaType(const QString& type) override;
+    void open(const QString& file) override;
+    void setPaused(bool paused) override;
+    void stop() override;
+    void resetPlay(bool pause) override;
+    void playReady(const QString& file, qint64 msec, bool pause) override;
+    void seek(qint64 msec) override;
+    qint64 position() const override;
+    void setStartPosition(qint64 msec) override;
+    void setStopPosition(qint64 msec) override;
+    void setRepeat(int count) override;
+    void fadeIn(int msec) override;
+    void fadeOut(int msec) override;
+    bool stopFadeIn() override;
+    bool stopFadeOut() override;
+    void setClockType(int type) override;
+    void updateExternalClock(qint64 msec) override;
+    void updateFrame() override;
+    void refreshUi() override;
+    void setTextureID(int textureId, int width, int height, const QString& source) override;
+    void outputsChanged(const QList<VideoRenderer*>& outputs) override;
+    PlayerStatistics statistics() const override;
+    void release() override;
+
+    void setVolume(double volume) override;
+    bool closeAudio() override;
+    bool openAudio() override;
+    void setChannelLayout(int layout) override;
+
+    /// The layer's opacity as the fades leave it, 0..1 (any thread).
+    double opacity() const { return m_opacity.load(); }
+    /// Whether the core is up (false after release or when it failed to start).
+    bool hasCore() const { return m_mpv != nullptr; }
+    /// Reads a libmpv property as text, synchronously. Diagnostics and tests
+    /// only: it waits on the core, so it is never used by the backend itself.
+    QString propertyForDiagnostics(const char* name) const;
+
+private:
+    struct Ready
+    {
+        bool active = false;    // a play-ready is under way
+        bool seekSent = false;  // its seek was requested
+        bool armed = false;     // libmpv accepted the seek: the next restart is it
+        bool pause = true;      // held paused afterwards
+        qint64 msec = 0;
+        std::uint64_t serial = 0;
+    };
+
+    // Core and events (MpvBackendEvents.cpp).
+    void startCore();
+    void drainEvents();
+    void handleEvent(const mpv_event& event);
+    void onCommandReply(const mpv_event& event);
+    void onPropertyChange(const mpv_event& event);
+    void onFileLoaded();
+    void onEndFile(const mpv_event& event);
+    void onPlaybackRestart();
+    void onEndReached();
+    void onStatReply(const mpv_event& event);
+    void reportDecoder(const QString& hwdecCurrent);
+
+    // Transport steps shared by the commands (MpvBackend.cpp).
+    void requestPause(bool paused);
+    void seekTo(qint64 msec);
+    void sendReadySeek();
+    void rearmRepeat();
+
+    PlayerEventSink& m_sink;             // the player's; outlives the backend
+    MpvEngine& m_engine;                 // process-wide; outlives the backend
+
+    // Player's thread, unless noted.
+    mpv_handle* m_mpv = nullptr;         // null once released or if start failed
+    std::unique_ptr<MpvEventPump> m_pump;
+    std::shared_ptr<MpvRelay> m_relay;   // shared with libmpv's callback and the reaper
+    MpvAudio m_audio;                     // its own mutex; any thread
+    std::unique_ptr<MpvFader> m_fader;
+    std::atomic<double> m_opacity{1.0};  // written here, read from any thread
+
+    QString m_file;
+    QString m_mediaType;
+    QVector<int> m_priority;
+    std::uint64_t m_loadSerial = 0;      // one per open()
+    std::uint64_t m_readySerial = 0;     // one per playReady()
+    std::int64_t m_wantedEntry = -1;     // playlist entry of the current source
+    std::int64_t m_startedEntry = -1;    // entry of the last START_FILE
+    bool m_loaded = false;               // FILE_LOADED seen for the wanted entry
+    bool m_failed = false;               // the current source could not be opened
+    bool m_ended = false;                // the last pass ended (stopped() sent)
+    bool m_paused = true;                // what the player asked for
+    bool m_released = false;
+    Ready m_ready;
+
+    qint64 m_position = 0;               // last "time-pos", in ms
+    QElapsedTimer m_positionReport;      // since the last positionChanged
+    qint64 m_startPosition = 0;
+    qint64 m_stopPosition = -1;
+    int m_repeat = 0;
+
+    bool m_externalClock = false;
+    double m_speed = 1.0;
+
+    PlayerStatistics m_stats;
+    double m_containerFps = 0.0;
+    double m_estimatedFps = 0.0;
+    QString m_reportedDecoder;           // hwdec-current already written for this source
+};
+
+} // namespace QtAV

@@ -1,0 +1,72 @@
+#include "MpvEngine.h"
+
+#include "MpvBackend.h"
+#include "VideoDecoder.h"
+
+#include <QDebug>
+#include <clocale>
+#include <cstring>
+
+namespace QtAV {
+
+namespace {
+
+// libmpv refuses to start under a locale whose decimal point is not '.'.
+void ensureNumericLocale()
+{
+    const char* current = std::setlocale(LC_NUMERIC, nullptr);
+    if (!current || std::strcmp(current, "C") != 0)
+        std::setlocale(LC_NUMERIC, "C");
+}
+
+} // namespace
+
+MpvEngine::MpvEngine(const MpvEngineOptions& options)
+    : m_options(options)
+{
+    ensureNumericLocale();
+}
+
+MpvEngine::~MpvEngine() = default;
+
+QString MpvEngine::name() const
+{
+    return QStringLiteral("mpv");
+}
+
+bool MpvEngine::hasDecoder(int decoderId) const
+{
+    return decoderId == VideoDecoderId_FFmpeg || decoderId == VideoDecoderId_CUDA;
+}
+
+std::unique_ptr<PlayerBackend> MpvEngine::createBackend(PlayerEventSink& sink)
+{
+    ensureNumericLocale();
+    auto backend = std::make_unique<MpvBackend>(sink, *this);
+    std::lock_guard<std::mutex> lock(m_backendsMutex);
+    m_backends.append(backend.get());
+    return backend;
+}
+
+MpvBackend* MpvEngine::backend(const AVPlayer* player) const
+{
+    std::lock_guard<std::mutex> lock(m_backendsMutex);
+    for (MpvBackend* b : m_backends) {
+        if (b->player() == player)
+            return b;
+    }
+    return nullptr;
+}
+
+void MpvEngine::forget(MpvBackend* backend)
+{
+    std::lock_guard<std::mutex> lock(m_backendsMutex);
+    m_backends.removeAll(backend);
+}
+
+std::unique_ptr<MediaEngine> createMpvEngine(const MpvEngineOptions& options)
+{
+    return std::make_unique<MpvEngine>(options);
+}
+
+} // namespace QtAV

@@ -1,0 +1,67 @@
+// The libmpv media engine: one libmpv core per player, behind the engine seam
+// (MediaEngine.h).
+//
+//   QCoreApplication app(argc, argv);
+//   QtAV::installMediaEngine(QtAV::createMpvEngine());
+//
+// Create the engine after the Qt application object: libmpv refuses to start
+// unless LC_NUMERIC is "C", and the application object sets the locale from
+// the environment, so the engine puts LC_NUMERIC back to "C" when it is made
+// (and again before each core is made).
+//
+// Video is decoded but not drawn yet (libmpv's "null" video output); pictures
+// reach the layer's renderers in a later step. See MpvBackend.h for what each
+// transport call means with this engine.
+#pragma once
+
+#include "MediaEngine.h"
+
+#include <QString>
+#include <QVector>
+#include <memory>
+#include <mutex>
+
+#define KELMOR_ENGINE_MPV_EXPORT __attribute__((visibility("default")))
+
+namespace QtAV {
+
+class AVPlayer;
+class MpvBackend;
+
+struct MpvEngineOptions
+{
+    /// libmpv's audio output ("ao"): empty for libmpv's own choice, "null"
+    /// for machines without sound (tests).
+    QString audioOutput;
+};
+
+class KELMOR_ENGINE_MPV_EXPORT MpvEngine : public MediaEngine
+{
+public:
+    explicit MpvEngine(const MpvEngineOptions& options);
+    ~MpvEngine() override;
+
+    QString name() const override;
+    /// Both FFmpeg (software) and CUDA: a source that CUDA cannot decode
+    /// falls back to software decoding, so asking for CUDA is always safe.
+    bool hasDecoder(int decoderId) const override;
+    std::unique_ptr<PlayerBackend> createBackend(PlayerEventSink& sink) override;
+
+    const MpvEngineOptions& options() const { return m_options; }
+    /// The backend of a live player, or null (diagnostics and tests).
+    MpvBackend* backend(const AVPlayer* player) const;
+
+    // Called by the backends as they come and go (their player's thread).
+    void forget(MpvBackend* backend);
+
+private:
+    const MpvEngineOptions m_options;        // fixed at construction
+    mutable std::mutex m_backendsMutex;      // guards m_backends
+    QVector<MpvBackend*> m_backends;
+};
+
+/// Makes the libmpv engine (see above: after the Qt application object).
+KELMOR_ENGINE_MPV_EXPORT std::unique_ptr<MediaEngine>
+createMpvEngine(const MpvEngineOptions& options = MpvEngineOptions());
+
+} // namespace QtAV
