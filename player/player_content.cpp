@@ -24,7 +24,6 @@ using namespace kelmor;
 namespace {
 
 constexpr qint64 kDefaultLengthMsec = 1000;
-constexpr int kTimerPlaying = 1201;
 
 /// For the stop decision of a content change "networkVideo" counts as clock
 /// media too (everywhere else it is a timed item).

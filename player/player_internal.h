@@ -118,6 +118,10 @@ class WorkerPool;
 
 namespace kelmor {
 
+/// The layer timer's play state while its item plays (1200 stopped, 1202
+/// paused).
+inline constexpr int kTimerPlaying = 1201;
+
 /// The timer that drives the player's item alongside it: the layer timer of
 /// the player's scene player when the player is registered and its media
 /// type is a timed item (neither "video" nor "audio"); null otherwise.

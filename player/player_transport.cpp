@@ -32,12 +32,10 @@ enum TimerOp {
     TimerDuration = 5,
 };
 
-// The timer's "playing" play state.
-constexpr int kTimerPlaying = 1201;
-
 /// Starts the timer's run. A timer that is already playing keeps its run:
 /// starting it again would make the calling (GUI) thread wait for the whole
-/// pass to end before replaying it.
+/// pass to end before replaying it. (A run whose thread has not yet entered
+/// its loop still reads as stopped and is not caught here.)
 void startTimedItem(UI_Proc_KELMOR_PlayerTimer_Desktop* timer)
 {
     if (timer->getPlayState() == kTimerPlaying) {

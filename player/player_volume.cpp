@@ -13,7 +13,9 @@
 // which is the thread that deletes the player, so no job for a deleted
 // player can be queued afterwards (a deleted layer is no longer found by its
 // ids). So a job never touches a deleted player, without any state beyond
-// the pool itself.
+// the pool itself. The wait is short as long as a job's audio calls never
+// wait for the service's thread in turn (the audio output and the engine's
+// audio calls are made from any thread and must stay so).
 #include "UI_Proc_KELMOR_Player_Desktop.h"
 #include "player_internal.h"
 

@@ -100,6 +100,13 @@ void UI_Proc_KELMOR_PlayerTimer_Desktop::startThread()
     // connected slot must see its own thread to refuse joining it). Storing
     // it under stateMutex, which the loop takes first thing, orders the two.
     std::lock_guard<std::mutex> lock(stateMutex);
+    // The run counts as started from here, not from when the new thread gets
+    // going: a stop or a pause that arrives in between then reaches the run
+    // (it ends at once) instead of being overwritten by it, and the next
+    // startThread never waits for a whole pass.
+    launchPending = true;
+    running = !closing;
+    playState = kPlaying;
     timerThread = std::make_unique<std::thread>([this] {
         nameTimerThread(bankId, layerId);
         startTimer();
@@ -110,8 +117,14 @@ void UI_Proc_KELMOR_PlayerTimer_Desktop::startTimer()
 {
     {
         std::lock_guard<std::mutex> lock(stateMutex);
-        running = !closing;
-        playState = kPlaying;
+        if (launchPending) {
+            // Launched by startThread, which set the state already; keep
+            // what a stop or a pause decided since.
+            launchPending = false;
+        } else {
+            running = !closing;
+            playState = kPlaying;
+        }
     }
     emit started(layerId, bankId);
     {

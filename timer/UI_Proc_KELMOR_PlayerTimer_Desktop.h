@@ -81,6 +81,7 @@ private:
     std::atomic<int> repeatCount{0};     // written under stateMutex
     std::atomic<int> repeatDone{0};      // written under stateMutex
     qint64 progressBase = 0;             // progressMutex
+    bool launchPending = false;          // stateMutex; startThread set the state, the loop has not begun
     std::mutex stateMutex;
     qint64 startTime = 0;                // progressMutex; monotonic nanoseconds
     std::mutex progressMutex;

@@ -3,6 +3,10 @@
 // from inside their own reports.
 #include "PlaybackFixture.h"
 
+#include "AVClock.h"
+
+#include <limits>
+
 namespace {
 
 class PlaybackBadInput : public PlaybackTest
@@ -58,6 +62,20 @@ TEST_F(PlaybackBadInput, NullPlayerIsIgnoredEvenWhenARecordHoldsNoPlayer)
     EXPECT_EQ(log.count("ignored: null player"), 3);
     reg().deleteplayerByID(Record({{"bankId", 7}, {"layerId", 7}}));
     EXPECT_EQ(reg().getScenePlayer(7, 7), nullptr);
+}
+
+TEST_F(PlaybackBadInput, ClockTimesBeyondRangeAreClampedNotUndefined)
+{
+    QtAV::AVPlayer* player = createLayer(1, 2, "video");
+
+    service().setSynchClock(player, std::numeric_limits<float>::quiet_NaN());
+    EXPECT_EQ(player->masterClock()->externalClock(), 0);
+    service().setSynchClock(player, 1e30f);
+    EXPECT_EQ(player->masterClock()->externalClock(), std::numeric_limits<qint64>::max());
+    service().setSynchClock(player, -1e30f);
+    EXPECT_EQ(player->masterClock()->externalClock(), std::numeric_limits<qint64>::min());
+    service().setSynchClock(player, -2.9f);
+    EXPECT_EQ(player->masterClock()->externalClock(), -2);
 }
 
 TEST_F(PlaybackBadInput, CommandsNamingUnknownLayersDoNothingSilently)

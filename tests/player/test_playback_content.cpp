@@ -134,6 +134,7 @@ TEST_F(PlaybackContent, NdiSourceIsJoinedAndStoppedWithSameStringLater)
     EXPECT_EQ(journal().count(player, "open(CamB#Feed)"), 1);
     service().play(player);
     EXPECT_TRUE(NdiService::isSending("CamB#Feed", player));
+    ASSERT_TRUE(waitPlaying(1, 2));
 
     service().changeLayerContent(2, 1, change("video", "clip.mp4"));
     EXPECT_FALSE(NdiService::isSending("CamB#Feed", player));

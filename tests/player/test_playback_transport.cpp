@@ -33,7 +33,7 @@ TEST_F(PlaybackTransport, PlayOfPictureStartsTimerAndResumesFromPausedPosition)
     auto lastPosition = [&] { return positions.last().at(2).toLongLong(); };
 
     service().play(player);
-    EXPECT_EQ(timerOf(1, 2)->getPlayState(), kPlaying);
+    EXPECT_TRUE(waitPlaying(1, 2));
     ASSERT_TRUE(waitUntil([&] { return !positions.isEmpty() && lastPosition() >= 100; }));
 
     service().pause(player);
@@ -60,7 +60,7 @@ TEST_F(PlaybackTransport, PlayOfCaptureCardResumesThenPlaysReadyAtZero)
 
     EXPECT_EQ(callsOf(player),
               QStringList({"setPaused(false)", "playReady(cards/in1, 0, false)"}));
-    EXPECT_EQ(timerOf(1, 2)->getPlayState(), kPlaying);
+    EXPECT_TRUE(waitPlaying(1, 2));
 }
 
 TEST_F(PlaybackTransport, StopOfPlayingPictureOnlyPausesPlayerAndStopsTimer)
@@ -69,7 +69,9 @@ TEST_F(PlaybackTransport, StopOfPlayingPictureOnlyPausesPlayerAndStopsTimer)
     QSignalSpy ends(&service(), &Service::sendPlayerIndex);
     QSignalSpy positions(&service(), &Service::sPositionChanged);
     service().play(player);
-    ASSERT_TRUE(positions.wait(5000));
+    ASSERT_TRUE(waitUntil([&] {
+        return !positions.isEmpty() && positions.last().at(2).toLongLong() >= 1000;
+    }));
     journal().clear();
 
     service().stop(player);
@@ -80,8 +82,9 @@ TEST_F(PlaybackTransport, StopOfPlayingPictureOnlyPausesPlayerAndStopsTimer)
     // The loop reports the stop itself, from its thread.
     ASSERT_TRUE(ends.wait(5000));
     EXPECT_EQ(timerOf(1, 2)->getPlayState(), kStopped);
-    // The loop's last tick may add the few milliseconds measured after the reset.
-    EXPECT_LT(timerOf(1, 2)->getCurrProgress(), 200);
+    // Reset: the loop's last tick may add only the milliseconds measured
+    // after the reset, far less than the second already played.
+    EXPECT_LT(timerOf(1, 2)->getCurrProgress(), 1000);
 }
 
 TEST_F(PlaybackTransport, StopOfPausedPictureResetsProgressAndReportsEndAtOnce)
@@ -235,10 +238,12 @@ TEST_F(PlaybackTransport, NdiSenderFollowsPlayAndPause)
 
     service().play(player);
     EXPECT_TRUE(NdiService::isSending(file, player));
+    ASSERT_TRUE(waitPlaying(1, 2));
     service().pause(player);
     EXPECT_FALSE(NdiService::isSending(file, player));
     service().playReady(player, 0, false);
     EXPECT_TRUE(NdiService::isSending(file, player));
+    ASSERT_TRUE(waitPlaying(1, 2));
     service().resetPlay(player, true);
     EXPECT_FALSE(NdiService::isSending(file, player));
 }
@@ -252,6 +257,7 @@ TEST_F(PlaybackTransport, SpoutNodeFollowsPlayAndStop)
     ASSERT_NE(scene->spoutNode, nullptr);
     EXPECT_TRUE(scene->spoutNode->isPlaying());
     EXPECT_EQ(scene->spoutNode->sourceName(), "Resolume");
+    ASSERT_TRUE(waitPlaying(1, 2));
 
     service().stop(player);
     EXPECT_EQ(scene->spoutNode, nullptr);
@@ -264,7 +270,7 @@ TEST_F(PlaybackTransport, PlayReadyPreparesCurrentFileAndDrivesTimer)
 
     service().playReady(player, 300, false);
     EXPECT_EQ(callsOf(player), QStringList({"playReady(still.png, 300, false)"}));
-    EXPECT_EQ(timerOf(1, 2)->getPlayState(), kPlaying);
+    ASSERT_TRUE(waitPlaying(1, 2));
 
     QSignalSpy ends(&service(), &Service::sendPlayerIndex);
     service().playReady(player, 0, true);
@@ -396,7 +402,7 @@ TEST_F(PlaybackTransport, TimerStateOperationsReachTimerOfTimedItemOnly)
     EXPECT_EQ(timerOf(1, 3)->getPlayState(), kStopped);
 
     Access::setPlayerTimerState(service(), picture, 1, true, 0, 0); // start
-    EXPECT_EQ(timerOf(1, 2)->getPlayState(), kPlaying);
+    ASSERT_TRUE(waitPlaying(1, 2));
     Access::setPlayerTimer(service(), timerOf(1, 2), 2, true, 0, 0); // pause
     EXPECT_EQ(timerOf(1, 2)->getPlayState(), kPaused);
     Access::setPlayerTimer(service(), timerOf(1, 2), 0, true, 0, 0); // stop

@@ -84,9 +84,11 @@ TEST_F(PlaybackVolume, OtherTrackNumbersPassAsGivenOnBothPaths)
 
     sendAndWait(2, 1, soundTrack(42));
     ServiceTestAccess::setVolumeStateSync(service(), direct, soundTrack(1));
-
     EXPECT_EQ(pooled->audio()->audioFormat().channelLayout(), 42);
     EXPECT_EQ(direct->audio()->audioFormat().channelLayout(), 1);
+
+    ServiceTestAccess::setVolumeStateSync(service(), direct, soundTrack(-1));
+    EXPECT_EQ(direct->audio()->audioFormat().channelLayout(), -1);
 }
 
 TEST_F(PlaybackVolume, FailedCloseLeavesOutputAsItWas)

@@ -123,6 +123,17 @@ protected:
         return scene ? scene->playerTimer : nullptr;
     }
 
+    /// Waits until the layer's timer loop runs. The loop sets the playing
+    /// state on its own thread, so a pause or stop sent before that moment
+    /// would be overridden by the starting loop.
+    static bool waitPlaying(int bankId, int layerId)
+    {
+        return waitUntil([=] {
+            Timer* timer = timerOf(bankId, layerId);
+            return timer && timer->getPlayState() == kPlaying;
+        });
+    }
+
     /// Runs the event loop until `done` holds or the time is up (generous:
     /// machines are shared). Returns whether it holds.
     static bool waitUntil(const std::function<bool()>& done, int timeoutMs = 10000)
