@@ -152,11 +152,6 @@ UI_Proc_KELMOR_PlayerTimer_Desktop* timedItemTimer(QtAV::AVPlayer* player)
     return scene ? scene->playerTimer : nullptr;
 }
 
-int packBankLayer(int first, int second)
-{
-    return static_cast<int>(static_cast<quint32>(first) + (static_cast<quint32>(second) << 16));
-}
-
 bool isNdiMedia(const QtAV::AVPlayer* player)
 {
     return player && player->getMediaType() == QLatin1String("ndi");

@@ -127,10 +127,6 @@ inline constexpr int kTimerPlaying = 1201;
 /// type is a timed item (neither "video" nor "audio"); null otherwise.
 UI_Proc_KELMOR_PlayerTimer_Desktop* timedItemTimer(QtAV::AVPlayer* player);
 
-/// The packed bank/layer key first + (second << 16), wrapping as a 32-bit
-/// int (computed unsigned, so negative or large ids are well defined).
-int packBankLayer(int first, int second);
-
 /// Blocks until every job queued on the pool before this call has finished
 /// (defined with the volume job, which is what it protects; see there).
 void waitForQueuedJobs(WorkerPool& pool);

@@ -54,7 +54,7 @@ void UI_Proc_KELMOR_Player_Desktop::setAllRenderList(int layerId, int bankId)
     if (!player)
         return;
     EffectsService::getInstance().setAllRendererList(
-        packBankLayer(layerId, bankId), getUIAndWidgetRendererList(player->videoOutputs()));
+        getBankLayer(layerId, bankId), getUIAndWidgetRendererList(player->videoOutputs()));
 }
 
 void UI_Proc_KELMOR_Player_Desktop::setRendererZ(QtAV::AVPlayer* player, double z)
