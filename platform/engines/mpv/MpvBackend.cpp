@@ -124,13 +124,8 @@ void MpvBackend::stop()
 void MpvBackend::resetPlay(bool pause)
 {
     m_ready = Ready();
-    m_ended = false;
     m_paused = pause;
-    rearmRepeat();
-    seekTo(m_startPosition);
-    m_position = m_startPosition;
-    m_sink.positionChanged(m_startPosition);
-    m_positionReport.start();
+    seek(m_startPosition);
     requestPause(pause);
 }
 
