@@ -6,8 +6,10 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config
   qtbase5-dev libqt5opengl5-dev libmpv-dev
+  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
+  libgl1-mesa-dri mesa-utils
   libgtest-dev
-  ffmpeg
+  ffmpeg mpv
   xvfb xauth
 )
 

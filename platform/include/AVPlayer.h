@@ -46,6 +46,8 @@
 #include "AudioOutput.h"
 #include "KelmorPlatformExport.h"
 #include "MediaEngine.h"
+#include "VideoFrame.h"
+#include "VideoFrameSource.h"
 
 #include <QList>
 #include <QObject>
@@ -125,6 +127,18 @@ public:
 
     PlayerStatistics statistics() const;
 
+    // Pictures for the output screens.
+    /// Hands the player a picture made outside its engine (an NDI receiver,
+    /// another output screen, a shared texture). Any thread. The pushed
+    /// pictures are what the player shows while its media type is "ndi",
+    /// "virtualScreen" or "spout", or when its engine draws nothing.
+    void pushFrame(const VideoFrame& frame);
+    /// Where the output screens take this player's pictures from (GUI thread);
+    /// null once released.
+    VideoFrameSource* frameSource() const;
+    /// The picture's opacity as the fades leave it, 0..1.
+    double pictureOpacity() const;
+
 public slots:
     /// A texture shared by another process (see SpoutNode).
     void setTextureID(int textureId, int width, int height, QString sourceName);
@@ -147,6 +161,7 @@ private:
     std::unique_ptr<AudioOutput> m_audio;
     AVClock* m_clock = nullptr;             // child QObject
     std::unique_ptr<PlayerBackend> m_backend; // null: state only
+    std::unique_ptr<VideoFrameSource> m_pushed; // frames pushed from outside; own mutex
     QString m_file;
     QString m_mediaType;
     QVector<int> m_priority;

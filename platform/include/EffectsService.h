@@ -41,6 +41,8 @@ signals:
     void monitorEffectsChanged(int screenId);
     void outputRendererChanged();
     void rendererListChanged(int bankLayerKey);
+    /// clear() forgot every record.
+    void cleared();
 
 private:
     explicit EffectsService(QObject* parent = nullptr);

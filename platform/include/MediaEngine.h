@@ -23,6 +23,7 @@
 namespace QtAV {
 
 class AVPlayer;
+class VideoFrameSource;
 class VideoRenderer;
 
 /// Stream figures a backend reports.
@@ -88,6 +89,12 @@ public:
     /// The player's list of video outputs changed.
     virtual void outputsChanged(const QList<VideoRenderer*>& outputs) = 0;
     virtual PlayerStatistics statistics() const = 0;
+    /// The backend's pictures for the output screens; null when it draws
+    /// none (the player then shows the frames pushed to it). Valid until
+    /// release() or destruction.
+    virtual VideoFrameSource* frameSource() { return nullptr; }
+    /// The picture's opacity as the fades leave it, 0..1 (any thread).
+    virtual double opacity() const { return 1.0; }
     /// Stop and free the media; call sink.released() when done.
     virtual void release() = 0;
 

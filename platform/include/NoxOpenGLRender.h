@@ -22,6 +22,26 @@
 
 namespace QtAV {
 
+/// Everything the compositor reads to draw a render object, taken under one
+/// lock so that a frame never mixes two generations of settings.
+struct RenderDrawState
+{
+    quint64 revision = 0;
+    QSizeF originalSize;
+    QRect geometry;
+    QVector<QPointF> corners;   ///< setRect order; empty: none
+    QRectF roi;                 ///< original-picture units; null: whole picture
+    QVector<QRectF> patchRoi;
+    int patchCount = 0;
+    PatchInfo patch;
+    double z = 0.0;
+    bool visible = true;
+    int screenId = 0;
+    int layerId = 0;
+    VideoFrame received;        ///< the last frame given to receive()
+    quint64 receiveCount = 0;
+};
+
 class KELMOR_PLATFORM_EXPORT NoxOpenGLRender : public VideoRenderer
 {
 public:
@@ -59,6 +79,9 @@ public:
 
     void setVisible(bool visible);
     bool isVisible() const;
+
+    /// A consistent copy of every setting (any thread).
+    RenderDrawState drawState() const;
 
 private:
     // All guarded by VideoRenderer::m_settingsMutex.

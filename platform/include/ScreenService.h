@@ -16,10 +16,16 @@
 
 #include "ScreenWidget.h"
 
+#include <QImage>
 #include <QList>
 #include <QMap>
 #include <QObject>
 #include <QVariant>
+#include <memory>
+
+namespace kelmor::gl {
+class Compositor;
+}
 
 class KELMOR_PLATFORM_EXPORT ScreenService : public QObject
 {
@@ -41,6 +47,25 @@ public:
     QMap<int, void*> getListOutput();
     /// The open screens in opening order.
     QList<ScreenWidget*> widgetList() const;
+    /// The first open screen with this id (opening order), or null.
+    ScreenWidget* screenById(int screenId) const;
+
+    // Pictures of a screen, for the host (snapshots, previsualisation).
+    /// The screen's composited picture as it is now (pending changes are drawn
+    /// first), monitor effects included; a null image when no screen with
+    /// this id is open or nothing can be drawn.
+    QImage grabScreen(int screenId);
+    /// Writes grabScreen(screenId) to `path` as PNG; false, with a debug line
+    /// naming the reason, when the screen is not open or the file cannot be
+    /// written.
+    bool saveSnapshot(int screenId, const QString& path);
+    /// Records every composited picture of the screen into a video file
+    /// (`fps` frames a second, the screen's size) until stopRecording or the
+    /// screen closes. False, with a debug line, when the screen is not open,
+    /// already records, or the file cannot be made.
+    bool startRecording(int screenId, const QString& path, int fps = 30);
+    /// Finishes the file; false when the screen was not recording.
+    bool stopRecording(int screenId);
 
 signals:
     void screenOpened(int screenId);
@@ -50,5 +75,10 @@ private:
     explicit ScreenService(QObject* parent = nullptr);
     ~ScreenService() override;
 
+    /// The compositor, made with the first screen where a QGuiApplication
+    /// exists (null otherwise: screens then keep their state only).
+    kelmor::gl::Compositor* compositor();
+
     QList<ScreenWidget*> m_widgets; // GUI thread; owned
+    std::unique_ptr<kelmor::gl::Compositor> m_compositor; // GUI thread
 };

@@ -16,18 +16,27 @@
 // on whatever thread delivers frames.
 //
 // Ownership. A renderer is owned by whoever created it; a player that shows
-// on it (AVPlayer::addVideoRenderer) only refers to it.
+// on it (AVPlayer::addVideoRenderer) only refers to it, and the renderer
+// refers back to that player (player()) so that an output screen can find the
+// pictures to draw. Destroying a renderer takes it off its player.
+//
+// Changes. Every setter bumps settingsRevision() and then calls the change
+// listener (setChangeListener), outside the lock, on the setter's thread: the
+// output screen that hosts the renderer uses it to schedule a redraw.
 #pragma once
 
 #include "KelmorPlatformExport.h"
 #include "VideoFrame.h"
 
 #include <QMutex>
+#include <functional>
 #include <QRectF>
 #include <QSize>
 #include <QVector>
 
 namespace QtAV {
+
+class AVPlayer;
 
 using VideoRendererId = int;
 
@@ -63,9 +72,19 @@ public:
     /// returns its existing id. Names are compared as whole strings.
     static VideoRendererId registerName(const char* name);
 
-    /// Takes the next picture to show; an empty frame blanks the output.
+    /// Takes the next picture to show; an empty frame blanks the output until
+    /// the player's next new frame.
     virtual bool receive(const VideoFrame& frame);
     VideoFrame currentFrame() const;
+    /// Grows by one with every receive().
+    quint64 receiveCount() const;
+
+    /// The player that shows on this renderer (GUI thread; set by AVPlayer).
+    AVPlayer* player() const;
+    /// Changes with every change of a setting; unique across renderers.
+    quint64 settingsRevision() const;
+    /// Called after every change of a setting (null: none).
+    void setChangeListener(std::function<void()> listener);
 
     /// Sets the size of the output in pixels.
     virtual void resizeRenderer(int width, int height);
@@ -84,14 +103,49 @@ public:
     PatchInfo patchInfo() const;
 
 protected:
-    VideoRenderer() = default;
+    VideoRenderer();
     VideoRenderer(const VideoRenderer&) = delete;
     VideoRenderer& operator=(const VideoRenderer&) = delete;
 
     /// Guards every setting of this renderer and of its subclasses.
     mutable QMutex m_settingsMutex;
 
+    /// The settings kept by this base class.
+    struct BaseSettings
+    {
+        quint64 revision = 0;
+        VideoFrame frame;
+        quint64 receiveCount = 0;
+        QRectF roi;
+        QVector<QRectF> patchRoi;
+        int patchCount = 0;
+        PatchInfo patch;
+    };
+    /// A copy of them; the caller holds m_settingsMutex.
+    BaseSettings baseSettingsLocked() const;
+
+    /// A setter's critical section: holds m_settingsMutex; when it ends the
+    /// revision grows and, after the lock is let go, the listener runs.
+    class SettingsWrite
+    {
+    public:
+        explicit SettingsWrite(VideoRenderer& renderer);
+        ~SettingsWrite();
+        SettingsWrite(const SettingsWrite&) = delete;
+        SettingsWrite& operator=(const SettingsWrite&) = delete;
+
+    private:
+        VideoRenderer& m_renderer;
+    };
+
 private:
+    friend class AVPlayer;
+    AVPlayer* m_player = nullptr; // GUI thread: the player showing on this renderer
+    // Guarded by m_settingsMutex.
+    quint64 m_revision = 0;
+    quint64 m_receiveCount = 0;
+    std::function<void()> m_listener;
+
     // All guarded by m_settingsMutex.
     VideoFrame m_frame;
     QSize m_rendererSize;

@@ -2,9 +2,11 @@
 #include "AVPlayer.h"
 
 #include "VideoRenderer.h"
+#include "gl/PushedFrameSource.h"
 
 #include <QDebug>
 #include <QPointer>
+#include <QStringList>
 
 namespace QtAV {
 
@@ -34,7 +36,8 @@ AVPlayer::AVPlayer(QObject* parent)
     : QObject(parent),
       m_sink(std::make_unique<EventSink>(this)),
       m_audio(std::make_unique<AudioOutput>()),
-      m_clock(new AVClock(this))
+      m_clock(new AVClock(this)),
+      m_pushed(std::make_unique<PushedFrameSource>())
 {
     if (MediaEngine* engine = mediaEngine())
         m_backend = engine->createBackend(*m_sink);
@@ -49,6 +52,10 @@ AVPlayer::AVPlayer(QObject* parent)
 
 AVPlayer::~AVPlayer()
 {
+    for (VideoRenderer* r : qAsConst(m_outputs)) {
+        if (r->m_player == this)
+            r->m_player = nullptr;
+    }
     m_audio->attachBackend(nullptr);
     m_backend.reset();
 }
@@ -80,6 +87,7 @@ void AVPlayer::addVideoRenderer(VideoRenderer* renderer)
     if (!renderer || m_outputs.contains(renderer))
         return;
     m_outputs.append(renderer);
+    renderer->m_player = this; // a renderer shows one player: the last to add it
     if (m_backend)
         m_backend->outputsChanged(m_outputs);
 }
@@ -88,6 +96,8 @@ bool AVPlayer::removeVideoRenderer(VideoRenderer* renderer)
 {
     if (m_outputs.removeAll(renderer) == 0)
         return false;
+    if (renderer->m_player == this)
+        renderer->m_player = nullptr;
     if (m_backend)
         m_backend->outputsChanged(m_outputs);
     return true;
@@ -95,6 +105,10 @@ bool AVPlayer::removeVideoRenderer(VideoRenderer* renderer)
 
 void AVPlayer::clearVideoRenderers()
 {
+    for (VideoRenderer* r : qAsConst(m_outputs)) {
+        if (r->m_player == this)
+            r->m_player = nullptr;
+    }
     m_outputs.clear();
     if (m_backend)
         m_backend->outputsChanged(m_outputs);
@@ -202,6 +216,28 @@ void AVPlayer::refreshUi()
 {
     if (m_backend)
         m_backend->refreshUi();
+}
+
+void AVPlayer::pushFrame(const VideoFrame& frame)
+{
+    static_cast<PushedFrameSource*>(m_pushed.get())->push(frame);
+}
+
+VideoFrameSource* AVPlayer::frameSource() const
+{
+    if (m_released)
+        return nullptr;
+    static const QStringList pushedTypes{QStringLiteral("ndi"), QStringLiteral("virtualScreen"),
+                                         QStringLiteral("spout")};
+    VideoFrameSource* own = m_backend ? m_backend->frameSource() : nullptr;
+    if (!own || pushedTypes.contains(m_mediaType))
+        return m_pushed.get();
+    return own;
+}
+
+double AVPlayer::pictureOpacity() const
+{
+    return m_backend ? m_backend->opacity() : 1.0;
 }
 
 void AVPlayer::releaseObj()

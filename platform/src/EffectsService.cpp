@@ -69,4 +69,5 @@ void EffectsService::clear()
     m_monitorEffects.clear();
     m_outputs.clear();
     m_rendererLists.clear();
+    emit cleared();
 }

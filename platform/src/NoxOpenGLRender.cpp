@@ -13,7 +13,7 @@ VideoRendererId NoxOpenGLRender::id() const
 
 void NoxOpenGLRender::setOriginalWH(double width, double height)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_originalSize = QSizeF(width, height);
 }
 
@@ -25,7 +25,7 @@ QSizeF NoxOpenGLRender::originalSize() const
 
 void NoxOpenGLRender::setGeometry(int x, int y, int width, int height)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_geometry = QRect(x, y, width, height);
 }
 
@@ -37,7 +37,7 @@ QRect NoxOpenGLRender::geometry() const
 
 void NoxOpenGLRender::setPlayerLayerID(int screenId, int layerId)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_screenId = screenId;
     m_layerId = layerId;
 }
@@ -56,7 +56,7 @@ int NoxOpenGLRender::layerId() const
 
 void NoxOpenGLRender::setFrameRate(double fps)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_frameRate = fps;
 }
 
@@ -69,7 +69,7 @@ double NoxOpenGLRender::frameRate() const
 void NoxOpenGLRender::setRect(QPointF leftTop, QPointF leftBottom, QPointF rightBottom,
                               QPointF rightTop)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_corners = {leftTop, leftBottom, rightBottom, rightTop};
 }
 
@@ -87,7 +87,7 @@ QVector<QPointF> NoxOpenGLRender::corners() const
 
 void NoxOpenGLRender::setZ(double z)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_z = z;
 }
 
@@ -99,7 +99,7 @@ double NoxOpenGLRender::z() const
 
 void NoxOpenGLRender::setVisible(bool visible)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_visible = visible;
 }
 
@@ -107,6 +107,28 @@ bool NoxOpenGLRender::isVisible() const
 {
     QMutexLocker lock(&m_settingsMutex);
     return m_visible;
+}
+
+RenderDrawState NoxOpenGLRender::drawState() const
+{
+    QMutexLocker lock(&m_settingsMutex);
+    const BaseSettings base = baseSettingsLocked();
+    RenderDrawState s;
+    s.revision = base.revision;
+    s.originalSize = m_originalSize;
+    s.geometry = m_geometry;
+    s.corners = m_corners;
+    s.roi = base.roi;
+    s.patchRoi = base.patchRoi;
+    s.patchCount = base.patchCount;
+    s.patch = base.patch;
+    s.z = m_z;
+    s.visible = m_visible;
+    s.screenId = m_screenId;
+    s.layerId = m_layerId;
+    s.received = base.frame;
+    s.receiveCount = base.receiveCount;
+    return s;
 }
 
 } // namespace QtAV

@@ -1,7 +1,12 @@
 // The open output screens and the look-up from a screen-identity record.
 #include "ScreenService.h"
 
+#include "gl/Compositor.h"
+
 #include <QDebug>
+#include <QDir>
+#include <QFileInfo>
+#include <QGuiApplication>
 
 ScreenService& ScreenService::getInstance()
 {
@@ -16,7 +21,15 @@ ScreenService::ScreenService(QObject* parent)
 
 ScreenService::~ScreenService()
 {
+    m_compositor.reset();
     qDeleteAll(m_widgets);
+}
+
+kelmor::gl::Compositor* ScreenService::compositor()
+{
+    if (!m_compositor && qobject_cast<QGuiApplication*>(QCoreApplication::instance()))
+        m_compositor = std::make_unique<kelmor::gl::Compositor>();
+    return m_compositor.get();
 }
 
 namespace {
@@ -36,6 +49,8 @@ ScreenWidget* ScreenService::openScreen(const ScreenInfo& info)
     }
     auto* widget = new ScreenWidget(info);
     m_widgets.append(widget);
+    if (kelmor::gl::Compositor* c = compositor())
+        c->screenOpened(widget);
     qDebug() << "openScreen" << info.screenId << "type" << info.screenType << info.geometry
              << (info.offscreen ? "offscreen" : "windowed");
     emit screenOpened(info.screenId);
@@ -48,6 +63,8 @@ bool ScreenService::closeScreen(int screenId, int screenType, const QString& cli
         ScreenWidget* w = m_widgets.at(i);
         if (sameIdentity(w, screenId, screenType, clientGuid)) {
             m_widgets.removeAt(i);
+            if (m_compositor)
+                m_compositor->screenClosing(w);
             delete w; // the render objects it hosted are not its own
             emit screenClosed(screenId);
             return true;
@@ -93,4 +110,66 @@ QMap<int, void*> ScreenService::getListOutput()
 QList<ScreenWidget*> ScreenService::widgetList() const
 {
     return m_widgets;
+}
+
+ScreenWidget* ScreenService::screenById(int screenId) const
+{
+    for (ScreenWidget* w : m_widgets) {
+        if (w->screenId() == screenId)
+            return w;
+    }
+    return nullptr;
+}
+
+QImage ScreenService::grabScreen(int screenId)
+{
+    ScreenWidget* widget = screenById(screenId);
+    if (!widget) {
+        qDebug() << "grabScreen: no open screen" << screenId;
+        return QImage();
+    }
+    if (!m_compositor) {
+        qDebug() << "grabScreen: screen" << screenId << "is not drawn (no OpenGL)";
+        return QImage();
+    }
+    return m_compositor->grab(widget);
+}
+
+bool ScreenService::saveSnapshot(int screenId, const QString& path)
+{
+    const QImage picture = grabScreen(screenId);
+    if (picture.isNull()) {
+        qDebug() << "saveSnapshot: screen" << screenId << "has no picture; nothing written to" << path;
+        return false;
+    }
+    const QFileInfo file(path);
+    if (!file.absoluteDir().exists() && !QDir().mkpath(file.absolutePath())) {
+        qDebug() << "saveSnapshot: cannot make the folder of" << path;
+        return false;
+    }
+    if (!picture.save(path, "PNG")) {
+        qDebug() << "saveSnapshot: cannot write" << path;
+        return false;
+    }
+    return true;
+}
+
+bool ScreenService::startRecording(int screenId, const QString& path, int fps)
+{
+    ScreenWidget* widget = screenById(screenId);
+    if (!widget || !m_compositor) {
+        qDebug() << "startRecording: screen" << screenId << (widget ? "is not drawn" : "is not open");
+        return false;
+    }
+    return m_compositor->startRecording(widget, path, fps);
+}
+
+bool ScreenService::stopRecording(int screenId)
+{
+    ScreenWidget* widget = screenById(screenId);
+    if (!widget || !m_compositor) {
+        qDebug() << "stopRecording: screen" << screenId << "is not recording";
+        return false;
+    }
+    return m_compositor->stopRecording(widget);
 }

@@ -1,9 +1,12 @@
 // Renderer type names and the settings every renderer keeps.
 #include "VideoRenderer.h"
 
+#include "AVPlayer.h"
+
 #include <QByteArray>
 #include <QList>
 #include <cstring>
+#include <atomic>
 #include <mutex>
 
 namespace QtAV {
@@ -21,6 +24,15 @@ struct NameTable
     QList<QByteArray> names{QByteArray("NoxGL"), QByteArray("QmlGL")};
 };
 
+// Revisions come from one process-wide counter: two renderers never share
+// one, so a cache keyed by a renderer's address never mistakes a new renderer
+// at a reused address for the old one.
+quint64 nextRevision()
+{
+    static std::atomic<quint64> revisions{0};
+    return ++revisions;
+}
+
 NameTable& nameTable()
 {
     static NameTable table;
@@ -29,7 +41,69 @@ NameTable& nameTable()
 
 } // namespace
 
-VideoRenderer::~VideoRenderer() = default;
+VideoRenderer::VideoRenderer()
+    : m_revision(nextRevision())
+{
+}
+
+VideoRenderer::~VideoRenderer()
+{
+    // A renderer destroyed while a player still shows on it leaves that
+    // player's list, so the player never reaches a deleted output.
+    if (m_player)
+        m_player->removeVideoRenderer(this);
+}
+
+VideoRenderer::SettingsWrite::SettingsWrite(VideoRenderer& renderer)
+    : m_renderer(renderer)
+{
+    m_renderer.m_settingsMutex.lock();
+}
+
+VideoRenderer::SettingsWrite::~SettingsWrite()
+{
+    m_renderer.m_revision = nextRevision();
+    std::function<void()> listener = m_renderer.m_listener;
+    m_renderer.m_settingsMutex.unlock();
+    if (listener)
+        listener();
+}
+
+VideoRenderer::BaseSettings VideoRenderer::baseSettingsLocked() const
+{
+    BaseSettings s;
+    s.revision = m_revision;
+    s.frame = m_frame;
+    s.receiveCount = m_receiveCount;
+    s.roi = m_roi;
+    s.patchRoi = m_patchRoi;
+    s.patchCount = m_patchCount;
+    s.patch = m_patchInfo;
+    return s;
+}
+
+quint64 VideoRenderer::receiveCount() const
+{
+    QMutexLocker lock(&m_settingsMutex);
+    return m_receiveCount;
+}
+
+AVPlayer* VideoRenderer::player() const
+{
+    return m_player;
+}
+
+quint64 VideoRenderer::settingsRevision() const
+{
+    QMutexLocker lock(&m_settingsMutex);
+    return m_revision;
+}
+
+void VideoRenderer::setChangeListener(std::function<void()> listener)
+{
+    QMutexLocker lock(&m_settingsMutex);
+    m_listener = std::move(listener);
+}
 
 const char* VideoRenderer::name(VideoRendererId id)
 {
@@ -56,8 +130,9 @@ VideoRendererId VideoRenderer::registerName(const char* name)
 
 bool VideoRenderer::receive(const VideoFrame& frame)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_frame = frame;
+    ++m_receiveCount;
     return true;
 }
 
@@ -69,7 +144,7 @@ VideoFrame VideoRenderer::currentFrame() const
 
 void VideoRenderer::resizeRenderer(int width, int height)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_rendererSize = QSize(width, height);
 }
 
@@ -81,7 +156,7 @@ QSize VideoRenderer::rendererSize() const
 
 void VideoRenderer::setRegionOfInterest(double x, double y, double width, double height)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_roi = QRectF(x, y, width, height);
 }
 
@@ -93,19 +168,19 @@ QRectF VideoRenderer::regionOfInterest() const
 
 void VideoRenderer::setPatchRoi(QVector<QRectF> regions)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_patchRoi = std::move(regions);
 }
 
 void VideoRenderer::setPatchCount(int count)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_patchCount = count;
 }
 
 void VideoRenderer::setPatchInfo(int rows, int cols, QVector<float> points)
 {
-    QMutexLocker lock(&m_settingsMutex);
+    SettingsWrite write(*this);
     m_patchInfo.rows = rows;
     m_patchInfo.cols = cols;
     m_patchInfo.points = std::move(points);

@@ -18,6 +18,8 @@ const char* propName(Prop prop)
     case Prop::Hwdec: return "hwdec";
     case Prop::Speed: return "speed";
     case Prop::AudioChannels: return "audio-channels";
+    case Prop::Ao: return "ao";
+    case Prop::AudioDevice: return "audio-device";
     }
     return "?";
 }

@@ -31,7 +31,7 @@ enum class Tag : std::uint8_t {
 
 /// The properties the engine changes, named so a refused change can say which.
 enum class Prop : std::uint8_t {
-    Pause, Volume, Af, Aid, Start, End, LoopFile, Hwdec, Speed, AudioChannels,
+    Pause, Volume, Af, Aid, Start, End, LoopFile, Hwdec, Speed, AudioChannels, Ao, AudioDevice,
 };
 const char* propName(Prop prop);
 

@@ -56,6 +56,15 @@ void MpvAudio::setChannelLayout(int layout)
     setString(m_mpv, Prop::Af, filterFor(layout));
 }
 
+void MpvAudio::setOutput(const QByteArray& ao, const QByteArray& device)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    setString(m_mpv, Prop::AudioDevice, device.isEmpty() ? QByteArrayLiteral("auto") : device);
+    if (!ao.isEmpty())
+        setString(m_mpv, Prop::Ao, ao);
+    command(m_mpv, tag(Tag::Command), {"ao-reload"});
+}
+
 void MpvAudio::attach(mpv_handle* mpv)
 {
     std::lock_guard<std::mutex> lock(m_mutex);

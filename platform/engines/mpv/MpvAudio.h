@@ -36,6 +36,9 @@ public:
     bool close();
     bool open();
     void setChannelLayout(int layout);
+    /// Switches the output ("ao", empty: libmpv's choice) and its device
+    /// (empty: the output's default); the output is reopened.
+    void setOutput(const QByteArray& ao, const QByteArray& device);
     /// The core is being destroyed: make no more requests.
     void detach();
 

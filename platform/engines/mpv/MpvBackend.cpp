@@ -42,6 +42,7 @@ MpvBackend::~MpvBackend()
         // Destroyed without release(): free the core all the same, off this thread.
         m_audio.detach();
         m_relay->stopWakeups();
+        m_frames.reset();
         std::shared_ptr<MpvRelay> relay = m_relay;
         MpvReaper::instance().destroy(m_mpv, [relay] {});
         m_mpv = nullptr;
@@ -56,8 +57,9 @@ void MpvBackend::setDecoderPriority(const QVector<int>& decoderIds)
 
 void MpvBackend::setMediaType(const QString& type)
 {
-    // Every source is played the same way; pictures hold on their frame
-    // through "image-display-duration=inf".
+    // Taken by the next open(): capture cards and network streams are opened
+    // for low latency (MpvSources.h); pictures hold on their frame through
+    // "image-display-duration=inf"; everything else plays as a file.
     m_mediaType = type;
 }
 
@@ -75,6 +77,10 @@ void MpvBackend::open(const QString& file)
     m_stats = PlayerStatistics();
     m_containerFps = m_estimatedFps = 0.0;
     m_reportedDecoder.clear();
+    m_source = MpvSources::sourceFor(m_mediaType, file);
+    m_retry.reset();
+    ++m_reopenSerial; // a new source ends the retries of the last one
+    m_streamDown = false;
     if (!m_mpv) {
         qDebug() << "mpv: no core, source ignored:" << file;
         return;
@@ -85,13 +91,13 @@ void MpvBackend::open(const QString& file)
         command(m_mpv, tag(Tag::Command), {"stop"});
         return;
     }
-    const QByteArray path = file.toUtf8();
-    command(m_mpv, tag(Tag::Load, m_loadSerial), {"loadfile", path.constData(), "replace"});
+    sendLoad();
 }
 
 void MpvBackend::setPaused(bool paused)
 {
     m_paused = paused;
+    pauseLive(paused);
     if (m_ready.active) {
         // The play-ready decides once its frame is there.
         m_ready.pause = paused;
@@ -111,6 +117,7 @@ void MpvBackend::setPaused(bool paused)
 void MpvBackend::stop()
 {
     m_paused = true;
+    pauseLive(true);
     m_ready = Ready();
     m_ended = false;
     if (m_mpv && !m_file.isEmpty()) {
@@ -225,11 +232,14 @@ void MpvBackend::updateExternalClock(qint64 msec)
 
 void MpvBackend::updateFrame()
 {
-    // Nothing is drawn by this backend yet (vo=null).
+    if (m_frames)
+        m_frames->redraw();
 }
 
 void MpvBackend::refreshUi()
 {
+    if (m_frames)
+        m_frames->redraw();
 }
 
 void MpvBackend::setTextureID(int, int, int, const QString&)
@@ -239,7 +249,14 @@ void MpvBackend::setTextureID(int, int, int, const QString&)
 
 void MpvBackend::outputsChanged(const QList<VideoRenderer*>&)
 {
-    // Frames do not reach renderers yet (vo=null); the list is the player's.
+    // The screens find the player's pictures through its render objects.
+    if (m_frames)
+        m_frames->redraw();
+}
+
+VideoFrameSource* MpvBackend::frameSource()
+{
+    return m_frames.get();
 }
 
 PlayerStatistics MpvBackend::statistics() const
@@ -258,6 +275,7 @@ void MpvBackend::release()
     m_ready = Ready();
     m_audio.detach();
     m_relay->stopWakeups();
+    m_frames.reset(); // before the core: libmpv needs its render context gone first
     PlayerEventSink* sink = &m_sink;
     std::shared_ptr<MpvRelay> relay = m_relay;
     auto announce = [relay, sink] { relay->post([sink] { sink->released(); }); };
@@ -288,6 +306,11 @@ bool MpvBackend::openAudio()
 void MpvBackend::setChannelLayout(int layout)
 {
     m_audio.setChannelLayout(layout);
+}
+
+void MpvBackend::applyAudioOutput(const QString& ao, const QString& device)
+{
+    m_audio.setOutput(ao.toUtf8(), device.toUtf8());
 }
 
 QString MpvBackend::propertyForDiagnostics(const char* name) const

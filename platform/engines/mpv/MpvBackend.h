@@ -8,8 +8,10 @@
 // the core (mpv_create/mpv_initialize, a few milliseconds) is the one
 // synchronous step, in the constructor.
 //
-// Core settings: "vo=null" (video is decoded; drawing into the layer's
-// renderers is not part of this backend yet), "ao" from the engine's options,
+// Core settings: "vo=libmpv" where the output screens have an OpenGL context
+// (pictures reach the screens through MpvFrameSource.h, "keepaspect=no" so
+// the picture fills the texture the screens ask for), "vo=null" otherwise,
+// "ao" from the engine's options,
 // "keep-open=yes" (the end of an item is held, paused, on its last frame),
 // "idle=yes", "hr-seek=yes", "ytdl=no", "image-display-duration=inf" (a
 // picture stays until the next source), "network-timeout=5".
@@ -50,12 +52,28 @@
 //   play ...") and reports nothing else; the next open works as usual. A
 //   damaged source that does open plays what can be decoded and then ends
 //   like any other.
+//
+// Live sources (MpvSources.h): the media type chooses the URL and per-file
+// loadfile options. "captureCard" (a device path, opened as
+// "av://v4l2:<path>", or a capture URL) and "networkVideo" (a stream URL) are
+// opened for low latency. A "networkVideo" stream is live: when it drops (its
+// end, or an error) or fails to open while the layer plays, one debug line
+// says so ("mpv: stream <url> dropped (<reason>), retry <n> in <ms> ms") and
+// it is reopened after 500 ms, doubling up to 5 s; a stream that opened and
+// drops again starts from 500 ms. No stopped() is sent for a drop; the
+// reopened stream plays on at once (loaded() is reported again, with its
+// figures). A pause or stop() cancels the pending reopen, and a new source
+// ends the retries; a stream that is down is reopened when play is asked
+// for again. While paused, a stream that fails to open gives the usual
+// "mpv: cannot play" line, and one that drops a line ending "while paused".
 #pragma once
 
 #include "MediaEngine.h"
 #include "MpvAudio.h"
 #include "MpvEngine.h"
 #include "MpvFader.h"
+#include "MpvFrameSource.h"
+#include "MpvSources.h"
 
 #include <QElapsedTimer>
 #include <QString>
@@ -102,15 +120,17 @@ public:
     void setTextureID(int textureId, int width, int height, const QString& source) override;
     void outputsChanged(const QList<VideoRenderer*>& outputs) override;
     PlayerStatistics statistics() const override;
+    VideoFrameSource* frameSource() override;
+    double opacity() const override { return m_opacity.load(); }
     void release() override;
 
     void setVolume(double volume) override;
     bool closeAudio() override;
     bool openAudio() override;
     void setChannelLayout(int layout) override;
+    /// The engine's audio output changed (any thread).
+    void applyAudioOutput(const QString& ao, const QString& device);
 
-    /// The layer's opacity as the fades leave it, 0..1 (any thread).
-    double opacity() const { return m_opacity.load(); }
     /// Whether the core is up (false after release or when it failed to start).
     bool hasCore() const { return m_mpv != nullptr; }
     /// Reads a libmpv property as text, synchronously. Diagnostics and tests
@@ -140,6 +160,7 @@ private:
     void onEndReached();
     void onStatReply(const mpv_event& event);
     void reportDecoder(const QString& hwdecCurrent);
+    void syncPictureSize();
 
     // Transport steps shared by the commands (MpvBackend.cpp).
     void requestPause(bool paused);
@@ -156,6 +177,7 @@ private:
     std::shared_ptr<MpvRelay> m_relay;   // shared with libmpv's callback and the reaper
     MpvAudio m_audio;                     // its own mutex; any thread
     std::unique_ptr<MpvFader> m_fader;
+    std::unique_ptr<MpvFrameSource> m_frames; // null: no GL, frames are not drawn
     std::atomic<double> m_opacity{1.0};  // written here, read from any thread
 
     QString m_file;
@@ -185,6 +207,17 @@ private:
     double m_containerFps = 0.0;
     double m_estimatedFps = 0.0;
     QString m_reportedDecoder;           // hwdec-current already written for this source
+
+    // Live sources (MpvSources.h); the functions are in MpvBackendLive.cpp.
+    // Player's thread.
+    void sendLoad();                     // loadfile of m_source, tagged with m_loadSerial
+    bool onLiveEnd(const mpv_event& event); // true: the end of a reopening stream, handled
+    void pauseLive(bool paused);         // no reopen while paused; a down stream reopens on play
+    void reopenLive();
+    MpvSource m_source;                  // how the current file is opened
+    MpvRetry m_retry;                    // back-off of the current stream
+    std::uint64_t m_reopenSerial = 0;    // a scheduled reopen runs only if still current
+    bool m_streamDown = false;           // the stream dropped or failed; not being opened
 };
 
 } // namespace QtAV

@@ -88,15 +88,21 @@ void MpvBackend::startCore()
         qDebug() << "mpv: cannot create a core; the player keeps its state only";
         return;
     }
-    const QByteArray ao = m_engine.options().audioOutput.toUtf8();
+    const MpvEngineOptions engineOptions = m_engine.options();
+    const QByteArray ao = engineOptions.audioOutput.toUtf8();
+    const QByteArray device = engineOptions.audioDevice.toUtf8();
     struct Option
     {
         const char* name;
         const char* value;
     };
+    // Pictures go to the output screens when they have a GL context.
+    const bool drawn = compositorContext() != nullptr;
     const Option options[] = {
-        {"vo", "null"},
+        {"vo", drawn ? "libmpv" : "null"},
+        {"keepaspect", "no"},
         {"ao", ao.isEmpty() ? nullptr : ao.constData()},
+        {"audio-device", device.isEmpty() ? nullptr : device.constData()},
         {"audio-fallback-to-null", "yes"},
         {"idle", "yes"},
         {"pause", "yes"},
@@ -127,6 +133,13 @@ void MpvBackend::startCore()
     for (const Observation& o : kObserved)
         mpv_observe_property(mpv, o.id, o.name, o.format);
     mpv_set_wakeup_callback(mpv, &MpvRelay::onWakeup, m_relay.get());
+    if (drawn) {
+        m_frames = MpvFrameSource::create(mpv);
+        if (!m_frames) {
+            qDebug() << "mpv: pictures of this player are not drawn";
+            mpv_set_property_string(mpv, "vo", "null");
+        }
+    }
     m_mpv = mpv;
     m_audio.attach(mpv);
 }
@@ -240,8 +253,15 @@ void MpvBackend::onStatReply(const mpv_event& event)
         else if (std::strcmp(p->name, "height") == 0)
             m_stats.video.height = static_cast<int>(intOf(*p));
     }
+    syncPictureSize();
     if (t == Tag::StatLast)
         m_sink.loaded();
+}
+
+void MpvBackend::syncPictureSize()
+{
+    if (m_frames)
+        m_frames->setPictureSize(QSize(m_stats.video.width, m_stats.video.height));
 }
 
 void MpvBackend::onPropertyChange(const mpv_event& event)
@@ -270,12 +290,12 @@ void MpvBackend::onPropertyChange(const mpv_event& event)
         m_estimatedFps = doubleOf(p);
         break;
     case ObsWidth:
-        if (p.format == MPV_FORMAT_INT64)
-            m_stats.video.width = static_cast<int>(intOf(p));
+        m_stats.video.width = p.format == MPV_FORMAT_INT64 ? static_cast<int>(intOf(p)) : 0;
+        syncPictureSize();
         break;
     case ObsHeight:
-        if (p.format == MPV_FORMAT_INT64)
-            m_stats.video.height = static_cast<int>(intOf(p));
+        m_stats.video.height = p.format == MPV_FORMAT_INT64 ? static_cast<int>(intOf(p)) : 0;
+        syncPictureSize();
         break;
     case ObsHwdecCurrent:
         if (m_loaded)
@@ -297,6 +317,8 @@ void MpvBackend::onEndFile(const mpv_event& event)
     const auto* end = static_cast<mpv_event_end_file*>(event.data);
     if (end->playlist_entry_id != m_wantedEntry)
         return; // the end of a source replaced since
+    if (m_source.reopens && onLiveEnd(event))
+        return; // a live stream dropped (MpvBackendLive.cpp)
     m_loaded = false;
     if (end->reason == MPV_END_FILE_REASON_ERROR) {
         qDebug() << "mpv: cannot play" << m_file << ":" << mpv_error_string(end->error);

@@ -48,6 +48,26 @@ std::unique_ptr<PlayerBackend> MpvEngine::createBackend(PlayerEventSink& sink)
     return backend;
 }
 
+MpvEngineOptions MpvEngine::options() const
+{
+    std::lock_guard<std::mutex> lock(m_optionsMutex);
+    return m_options;
+}
+
+void MpvEngine::setAudioOutput(const QString& ao, const QString& device)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_optionsMutex);
+        m_options.audioOutput = ao;
+        m_options.audioDevice = device;
+    }
+    qDebug() << "mpv: audio output" << (ao.isEmpty() ? QStringLiteral("(default)") : ao)
+             << "device" << (device.isEmpty() ? QStringLiteral("(default)") : device);
+    std::lock_guard<std::mutex> lock(m_backendsMutex);
+    for (MpvBackend* b : qAsConst(m_backends))
+        b->applyAudioOutput(ao, device);
+}
+
 MpvBackend* MpvEngine::backend(const AVPlayer* player) const
 {
     std::lock_guard<std::mutex> lock(m_backendsMutex);

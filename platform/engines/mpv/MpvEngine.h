@@ -33,6 +33,9 @@ struct MpvEngineOptions
     /// libmpv's audio output ("ao"): empty for libmpv's own choice, "null"
     /// for machines without sound (tests).
     QString audioOutput;
+    /// libmpv's "audio-device" (for example "alsa/default"): empty for the
+    /// output's default device.
+    QString audioDevice;
 };
 
 class KELMOR_ENGINE_MPV_EXPORT MpvEngine : public MediaEngine
@@ -47,7 +50,12 @@ public:
     bool hasDecoder(int decoderId) const override;
     std::unique_ptr<PlayerBackend> createBackend(PlayerEventSink& sink) override;
 
-    const MpvEngineOptions& options() const { return m_options; }
+    /// The options as they stand now (a copy: setAudioOutput may change them).
+    MpvEngineOptions options() const;
+    /// Chooses the audio output and device for the players made from now on
+    /// (`ao` as MpvEngineOptions::audioOutput); live players switch to the
+    /// device at once, and to a new output when their next source loads.
+    void setAudioOutput(const QString& ao, const QString& device);
     /// The backend of a live player, or null (diagnostics and tests).
     MpvBackend* backend(const AVPlayer* player) const;
 
@@ -55,7 +63,8 @@ public:
     void forget(MpvBackend* backend);
 
 private:
-    const MpvEngineOptions m_options;        // fixed at construction
+    mutable std::mutex m_optionsMutex;       // guards m_options
+    MpvEngineOptions m_options;
     mutable std::mutex m_backendsMutex;      // guards m_backends
     QVector<MpvBackend*> m_backends;
 };

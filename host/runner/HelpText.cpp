@@ -1,0 +1,149 @@
+#include "HelpText.h"
+
+#include "OperationTable.h"
+
+namespace {
+
+const char* const kHead = R"(NAME
+    kelmor-show - run a show on the Kelmor layer player, from a show file,
+    standard input or a loopback TCP port
+
+SYNOPSIS
+    kelmor-show [OPTIONS] SHOW.show
+    kelmor-show [OPTIONS] -            (steps from standard input)
+    kelmor-show [OPTIONS] --listen PORT [SHOW.show] [--keep-running]
+
+DESCRIPTION
+    kelmor-show loads the layer-player module the way a host application
+    does: it creates the Qt GUI application (with shared OpenGL contexts),
+    installs the libmpv media engine, takes the module's service and registry
+    singletons, and then runs show steps, one JSON object per line.
+
+    Output screens are windows when a display is available (DISPLAY or
+    WAYLAND_DISPLAY set and the Qt platform is not "offscreen"), offscreen
+    otherwise; --offscreen, --windowed and the openScreen step override this.
+    OpenGL needs an X server even for offscreen screens: on a machine without
+    a display run under xvfb-run -a.
+
+    Steps of one source run in order. "wait" and "waitFor" suspend their
+    source only; the event loop never blocks. The show file, standard input
+    and every TCP connection are separate sources. At most --steps-per-turn
+    steps run per event-loop turn, so a flood of steps cannot starve the
+    screens. A bad step (malformed JSON, unknown op, wrong argument count or
+    type, a number out of range, an unknown layer or screen) is answered with
+    an error line naming its line number and the problem; the show goes on.
+
+    The run ends when the show file (or standard input) has ended and every
+    running recording has finished, unless --keep-running is given or only
+    --listen is; a "quit" step, SIGINT or SIGTERM end it at any time. At the
+    end every layer is ended (clearAllPlayer) and every screen closed.
+
+OPTIONS
+    SHOW.show            The show file (JSON Lines, see STEPS).
+    -, --stdin           Read steps from standard input (with or without a
+                         show file; both run side by side).
+    --listen PORT        Serve steps on a TCP port (0: any free port; the
+                         port is printed as a "listening" host line).
+    --listen-address A   Address to listen on (default 127.0.0.1; nothing
+                         beyond loopback unless named here).
+    --keep-running       Keep serving after the show file / stdin has ended.
+    --strict             The first error line of the show file or stdin
+                         (a failed waitFor included) ends the run, exit 2.
+    --ao AO              libmpv audio output ("null" for machines without
+                         sound); default: libmpv's choice.
+    --audio-device DEV   libmpv audio device (e.g. alsa/default).
+    --offscreen          Open screens offscreen by default.
+    --windowed           Open screens as windows by default.
+    --out DIR            Directory for snapshots and recordings given as
+                         relative paths (default: the current directory).
+    --set NAME=VALUE     Define ${NAME} for string values of steps. Always
+                         defined: ${out} (the --out directory) and
+                         ${show_dir} (the show file's directory). "$$" is "$".
+    --position-interval MS
+                         Print at most one sPositionChanged per layer every
+                         MS milliseconds (0: every one; waitFor sees all).
+    --steps-per-turn N   Steps run per event-loop turn (default 64).
+    --no-progress        No progress line on stderr.
+    -h, --help           This text.
+    --version            The version.
+
+STEPS
+    A step is {"op": NAME, ...} on one line; blank lines and lines starting
+    with '#' are skipped.
+
+  Host steps
+    openScreen  {"id", "type"=0, "guid"="", "x"=0, "y"=0, "width"=1920,
+                 "height"=1080, "monitor"=-1, "offscreen" | "windowed"}
+    closeScreen {"id", "type"=0, "guid"=""}
+    wait        {"ms"}
+    waitFor     {"signal", "args"={name: value, ...}, "timeoutMs"=10000}
+                Waits for an event of the service (matching the named
+                arguments). Events since the source's previous waitFor
+                count, so an event that came just before is still found.
+                On timeout: an error line, and the show goes on.
+    snapshot    {"screen", "path"}         PNG of the screen's picture
+    record      {"screen", "path", "ms", "fps"=30}
+                Records for ms, then stops; the show goes on meanwhile.
+    audio       {"ao", "device"}           libmpv audio output from now on
+    log         {"text"}                   a line on stderr
+    quit        {"code"=0}
+
+  Module operations
+    {"op": NAME, "args": [ ... ]} calls the module's operation NAME with its
+    arguments in order. Kinds: int (integer in 32-bit range), int64, number,
+    float, bool, string, record (a JSON object: the command record; an
+    object of exactly {"x", "y"} is a point), player and layer (a layer
+    {"bank": b, "layer": l}, found through the registry; null passes a null
+    player). Timer operations are "timer.NAME" with the layer first.
+    Queries answer with "result" in their ok line.
+
+)";
+
+const char* const kTail = R"(
+EVENTS
+    Every signal of the service is one line on stdout:
+      {"t": MS, "event": "sendPlayerIndex", "layerId": L, "bankId": B}
+      {"t": MS, "event": "sendLoadAllComple", "layerId": L}
+      {"t": MS, "event": "sFadeoutFinished"}
+      {"t": MS, "event": "sFadeinFinished"}
+      {"t": MS, "event": "sPositionChanged", "layerId": L, "bankId": B, "position": P}
+      {"t": MS, "event": "sPlayReady", "bankId": B}
+    "t" is milliseconds since the runner started. Steps are answered with
+      {"t": MS, "ok": OP, "line": N, ...}  or
+      {"t": MS, "error": PROBLEM, "line": N, "op": OP}
+    Host lines: {"t", "host": "listening", "address", "port"} and
+    {"t", "host": "recordFinished", "screen", "path"}.
+    TCP clients get their own steps' replies and every event and host line.
+    The module's debug lines and the runner's notes go to stderr.
+
+EXIT STATUS
+    0    the show ended (or "quit" without a code)
+    1    usage error, or the show file / port could not be opened
+    2    --strict and a step failed
+    N    "quit" {"code": N}
+    130, 143  ended by SIGINT, SIGTERM
+
+EXAMPLES
+    xvfb-run -a kelmor-show --ao null --out out --set media=$PWD/media examples/demo.show
+    echo '{"op": "setCurPlayerCount", "args": [1]}' | kelmor-show --ao null -
+    kelmor-show --ao null --listen 7070 &
+      printf '%s\n' '{"op": "getTP", "args": [{}]}' | nc -q1 127.0.0.1 7070
+)";
+
+} // namespace
+
+QString helpText()
+{
+    QString text = QString::fromUtf8(kHead);
+    QString owner;
+    for (const Operation& op : operationTable()) {
+        if (op.owner != owner) {
+            owner = op.owner;
+            text += QStringLiteral("    (%1)\n").arg(owner);
+        }
+        text += QStringLiteral("      %1%2\n")
+                    .arg(op.signature(), op.refusal.isEmpty() ? QString() : QStringLiteral("  [not from a show]"));
+    }
+    text += QString::fromUtf8(kTail);
+    return text;
+}

@@ -1,0 +1,96 @@
+// Loading a source as its media type asks (MpvSources.h), and reopening a
+// live stream that dropped, on the player's thread.
+#include "MpvBackend.h"
+
+#include "MpvAsync.h"
+#include "MpvRelay.h"
+
+#include <QDebug>
+#include <QTimer>
+#include <mpv/client.h>
+
+namespace QtAV {
+
+using namespace mpvasync;
+
+void MpvBackend::sendLoad()
+{
+    if (m_source.options.isEmpty()) {
+        command(m_mpv, tag(Tag::Load, m_loadSerial),
+                {"loadfile", m_source.url.constData(), "replace"});
+    } else {
+        // libmpv 0.35: loadfile <url> <flags> <per-file options>.
+        command(m_mpv, tag(Tag::Load, m_loadSerial),
+                {"loadfile", m_source.url.constData(), "replace", m_source.options.constData()});
+    }
+}
+
+bool MpvBackend::onLiveEnd(const mpv_event& event)
+{
+    const auto* end = static_cast<mpv_event_end_file*>(event.data);
+    // Only an end of the stream's own making; a stop or a replacement is ours.
+    if (end->reason != MPV_END_FILE_REASON_EOF && end->reason != MPV_END_FILE_REASON_ERROR)
+        return false;
+    const bool opened = m_loaded;
+    const QString reason = end->reason == MPV_END_FILE_REASON_ERROR
+        ? QString::fromUtf8(mpv_error_string(end->error))
+        : QStringLiteral("end of stream");
+    const QString url = QString::fromUtf8(m_source.url);
+    m_loaded = false;
+    m_failed = true; // not open: a play-ready of the same URL opens it anew
+    m_ended = false;
+    m_ready = Ready(); // a play-ready cut by the drop is given up
+    m_streamDown = true;
+    if (opened)
+        m_retry.reset(); // it had opened: the back-off starts over
+
+    if (m_paused || m_released || !m_mpv) {
+        // Not reopened while the layer does not play; pauseLive(false) does it.
+        if (opened)
+            qDebug().noquote() << QStringLiteral("mpv: stream %1 dropped (%2) while paused")
+                                      .arg(url, reason);
+        else // never opened: reported like any bad source
+            qDebug() << "mpv: cannot play" << m_file << ":" << reason.toUtf8().constData();
+        return true;
+    }
+    const int delay = m_retry.next();
+    qDebug().noquote() << QStringLiteral("mpv: stream %1 dropped (%2), retry %3 in %4 ms")
+                              .arg(url, reason)
+                              .arg(m_retry.attempt())
+                              .arg(delay);
+    const std::uint64_t serial = ++m_reopenSerial;
+    // The pump lives on the player's thread and dies with the backend, so the
+    // timer never runs on a backend that is gone.
+    QTimer::singleShot(delay, m_pump.get(), [this, serial] {
+        if (serial == m_reopenSerial)
+            reopenLive();
+    });
+    return true;
+}
+
+void MpvBackend::pauseLive(bool paused)
+{
+    if (paused)
+        ++m_reopenSerial; // the scheduled reopen, if any, does not run
+    else if (m_streamDown)
+        reopenLive();
+}
+
+void MpvBackend::reopenLive()
+{
+    ++m_reopenSerial;
+    if (!m_streamDown || m_paused || m_released || !m_mpv || m_source.url.isEmpty())
+        return;
+    m_streamDown = false;
+    ++m_loadSerial; // replies and figures of the dropped entry are dropped
+    m_wantedEntry = -1;
+    m_loaded = false;
+    m_failed = false;
+    m_ended = false;
+    m_positionReport.invalidate(); // the first position is reported at once
+    requestPause(false); // the layer plays: so does the reopened stream
+    rearmRepeat();
+    sendLoad();
+}
+
+} // namespace QtAV

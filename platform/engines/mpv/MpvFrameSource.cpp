@@ -1,0 +1,124 @@
+#include "MpvFrameSource.h"
+
+#include <QDebug>
+#include <QOpenGLContext>
+#include <QOpenGLFramebufferObject>
+#include <QOpenGLFunctions>
+#include <mpv/render_gl.h>
+
+namespace QtAV {
+
+namespace {
+
+void* procAddress(void*, const char* name)
+{
+    QOpenGLContext* context = QOpenGLContext::currentContext();
+    return context ? reinterpret_cast<void*>(context->getProcAddress(name)) : nullptr;
+}
+
+} // namespace
+
+std::unique_ptr<MpvFrameSource> MpvFrameSource::create(mpv_handle* mpv)
+{
+    if (!mpv || !compositorContext())
+        return nullptr;
+    mpv_opengl_init_params init{&procAddress, nullptr};
+    int advanced = 0;
+    mpv_render_param params[] = {
+        {MPV_RENDER_PARAM_API_TYPE, const_cast<char*>(MPV_RENDER_API_TYPE_OPENGL)},
+        {MPV_RENDER_PARAM_OPENGL_INIT_PARAMS, &init},
+        {MPV_RENDER_PARAM_ADVANCED_CONTROL, &advanced},
+        {MPV_RENDER_PARAM_INVALID, nullptr},
+    };
+    mpv_render_context* render = nullptr;
+    const int error = mpv_render_context_create(&render, mpv, params);
+    if (error < 0) {
+        qDebug() << "mpv: no render context:" << mpv_error_string(error);
+        return nullptr;
+    }
+    std::unique_ptr<MpvFrameSource> source(new MpvFrameSource(render));
+    mpv_render_context_set_update_callback(render, &MpvFrameSource::onUpdate, source.get());
+    return source;
+}
+
+MpvFrameSource::MpvFrameSource(mpv_render_context* render)
+    : m_render(render)
+{
+}
+
+MpvFrameSource::~MpvFrameSource()
+{
+    // libmpv frees its GL objects: the context must be current.
+    if (!compositorContext()) {
+        qDebug() << "mpv: render context freed without its GL context";
+    }
+    mpv_render_context_set_update_callback(m_render, nullptr, nullptr);
+    mpv_render_context_free(m_render);
+    m_target.reset();
+}
+
+void MpvFrameSource::onUpdate(void* self)
+{
+    auto* source = static_cast<MpvFrameSource*>(self);
+    if (!source->m_pending.exchange(true))
+        requestCompositorFrame();
+}
+
+void MpvFrameSource::setPictureSize(const QSize& size)
+{
+    if (size == m_pictureSize)
+        return;
+    m_pictureSize = size;
+    redraw();
+}
+
+void MpvFrameSource::redraw()
+{
+    if (!m_pending.exchange(true))
+        requestCompositorFrame();
+}
+
+FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
+{
+    const bool due = m_pending.exchange(false);
+    // Ask libmpv whether a new frame is due; this also lets it go on.
+    const uint64_t flags = mpv_render_context_update(m_render);
+    if (m_pictureSize.isEmpty()) {
+        m_hasFrame = false;
+        return FrameTexture(); // no video: nothing to draw
+    }
+    const QSize size = wanted.boundedTo(m_pictureSize).expandedTo(QSize(2, 2));
+    const bool resized = !m_target || m_target->size() != size;
+    if (!(flags & MPV_RENDER_UPDATE_FRAME) && !resized && !due && m_hasFrame)
+        return FrameTexture{m_target->texture(), size, false};
+    if (resized) {
+        QOpenGLFramebufferObjectFormat format;
+        format.setAttachment(QOpenGLFramebufferObject::NoAttachment);
+        format.setInternalTextureFormat(GL_RGBA8);
+        m_target = std::make_unique<QOpenGLFramebufferObject>(size, format);
+        if (!m_target->isValid()) {
+            qDebug() << "mpv: no framebuffer of" << size << "for the picture";
+            m_target.reset();
+            m_hasFrame = false;
+            return FrameTexture();
+        }
+    }
+    mpv_opengl_fbo fbo{static_cast<int>(m_target->handle()), size.width(), size.height(), 0};
+    int flip = 0;
+    int block = 0;
+    mpv_render_param params[] = {
+        {MPV_RENDER_PARAM_OPENGL_FBO, &fbo},
+        {MPV_RENDER_PARAM_FLIP_Y, &flip},
+        {MPV_RENDER_PARAM_BLOCK_FOR_TARGET_TIME, &block},
+        {MPV_RENDER_PARAM_INVALID, nullptr},
+    };
+    mpv_render_context_render(m_render, params);
+    // libmpv leaves its own framebuffer bound.
+    QOpenGLContext::currentContext()->functions()->glBindFramebuffer(
+        GL_FRAMEBUFFER, QOpenGLContext::currentContext()->defaultFramebufferObject());
+    m_hasFrame = true;
+    ++m_serial;
+    return FrameTexture{m_target->texture(), size, false};
+}
+
+} // namespace QtAV

@@ -1,0 +1,67 @@
+// A player's pictures from its libmpv core, through libmpv's OpenGL render
+// API, for the output screens (VideoFrameSource.h).
+//
+// The core runs with "vo=libmpv": libmpv decodes and times the frames, and
+// says on its own threads when a new one is due (the update callback, which
+// only raises a flag and asks the compositor for a frame; no libmpv call is
+// made inside it). The compositor then calls updateTexture() on the GUI
+// thread, once per output frame at most: only when a new frame is due, or
+// when the size asked for changed, the frame is rendered into this source's
+// framebuffer texture, at the size the screens need (never above the
+// picture's own size), with "block for target time" off so that no layer
+// waits on libmpv's timing and many layers never serialise.
+//
+// Texture orientation: rendered with FLIP_Y off, so texture row 0 is the
+// picture's top row (FrameTexture::bottomUp false).
+//
+// Threading: made, used and destroyed on the GUI thread (the compositor's
+// context current); the update callback may run on any thread.
+// Lifetime: made right after the core is initialised (before any source is
+// loaded, as libmpv needs its render context before video starts) and
+// destroyed before the core is.
+#pragma once
+
+#include "VideoFrameSource.h"
+
+#include <QSize>
+#include <atomic>
+#include <memory>
+
+struct mpv_handle;
+struct mpv_render_context;
+class QOpenGLFramebufferObject;
+
+namespace QtAV {
+
+class MpvFrameSource : public VideoFrameSource
+{
+public:
+    /// Null (with a debug line) when there is no compositor context or libmpv
+    /// refuses the render context.
+    static std::unique_ptr<MpvFrameSource> create(mpv_handle* mpv);
+    ~MpvFrameSource() override;
+
+    FrameTexture updateTexture(const QSize& wanted) override;
+    quint64 serial() const override { return m_serial; }
+    bool hasPendingFrame() const override { return m_pending.load(); }
+    QSize pictureSize() const override { return m_pictureSize; }
+
+    /// The source's picture size (empty: no video; nothing is drawn).
+    void setPictureSize(const QSize& size);
+    /// Draw the current frame again at the next output frame.
+    void redraw();
+
+private:
+    explicit MpvFrameSource(mpv_render_context* render);
+    static void onUpdate(void* self); // libmpv's threads
+
+    mpv_render_context* m_render;           // GUI thread
+    std::atomic<bool> m_pending{false};     // a frame is due (any thread)
+    // GUI thread.
+    std::unique_ptr<QOpenGLFramebufferObject> m_target;
+    QSize m_pictureSize;
+    quint64 m_serial = 0;
+    bool m_hasFrame = false;                // m_target holds a rendered frame
+};
+
+} // namespace QtAV

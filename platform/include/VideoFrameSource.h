@@ -1,0 +1,66 @@
+// QtAV::VideoFrameSource: a player's pictures as the output screens draw them.
+//
+// Decode once, draw many: every player has at most one source, and the
+// compositor of the output screens asks it for its texture at most once per
+// output frame, however many render objects show the player. A source only
+// renders or uploads when a new frame exists (or the size it is asked for
+// changed); otherwise updateTexture() hands back the texture it already has.
+//
+// Threading: updateTexture() and pictureSize() run on the GUI thread with the
+// compositor's GL context current (compositorContext()). A source learns of
+// new frames on any thread; it then calls requestCompositorFrame(), which is
+// safe from any thread and cheap when a frame is already asked for.
+//
+// Texture orientation: FrameTexture::bottomUp tells whether texture row 0 is
+// the bottom of the picture (an OpenGL framebuffer's own texture) or its top
+// (uploaded images, libmpv rendering with FLIP_Y off).
+//
+// Ownership: the source owns its texture; the texture id stays valid until
+// the next updateTexture() call or until the source is destroyed.
+#pragma once
+
+#include "KelmorPlatformExport.h"
+
+#include <QSize>
+#include <QtGlobal>
+
+class QOpenGLContext;
+
+namespace QtAV {
+
+/// One picture in a GL texture of the compositor's context group.
+struct FrameTexture
+{
+    unsigned id = 0;        ///< GL texture name; 0 for "no picture"
+    QSize size;             ///< texture size in pixels
+    bool bottomUp = false;  ///< row 0 is the picture's bottom
+    bool isValid() const { return id != 0 && size.width() > 0 && size.height() > 0; }
+};
+
+class KELMOR_PLATFORM_EXPORT VideoFrameSource
+{
+public:
+    virtual ~VideoFrameSource();
+
+    /// Brings the texture up to date with the newest frame, at `wanted` size
+    /// or smaller (never larger than the picture). Invalid when there is no
+    /// picture (nothing loaded, audio only, blanked).
+    virtual FrameTexture updateTexture(const QSize& wanted) = 0;
+    /// Grows by one each time updateTexture() changed the picture.
+    virtual quint64 serial() const = 0;
+    /// True when a new frame waits to be brought into the texture (any thread).
+    virtual bool hasPendingFrame() const = 0;
+    /// The picture's own size; empty while unknown.
+    virtual QSize pictureSize() const = 0;
+};
+
+/// The compositor's GL context, made current on its own offscreen surface, or
+/// null where OpenGL is not available (no QGuiApplication, no GL driver).
+/// GUI thread only. Made on first use; every output screen draws with it and
+/// every GL resource of a frame source belongs to its share group.
+KELMOR_PLATFORM_EXPORT QOpenGLContext* compositorContext();
+
+/// Asks the output screens for a new output frame soon (any thread).
+KELMOR_PLATFORM_EXPORT void requestCompositorFrame();
+
+} // namespace QtAV

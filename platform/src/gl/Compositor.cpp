@@ -1,0 +1,491 @@
+#include "gl/Compositor.h"
+
+#include "AVPlayer.h"
+#include "EffectsService.h"
+#include "ScreenService.h"
+#include "gl/GlContext.h"
+
+#include <QDebug>
+#include <QGuiApplication>
+#include <QOpenGLContext>
+#include <QRegularExpression>
+#include <QScreen>
+#include <QtMath>
+#include <algorithm>
+#include <cstring>
+
+namespace kelmor::gl {
+
+namespace {
+
+constexpr int kMaxTextureSide = 4096;
+
+quint64 mix(quint64 seed, quint64 value)
+{
+    return seed ^ (value + 0x9e3779b97f4a7c15ULL + (seed << 6) + (seed >> 2));
+}
+
+quint64 bitsOf(float f)
+{
+    quint32 bits = 0;
+    std::memcpy(&bits, &f, sizeof bits);
+    return bits;
+}
+
+int refreshInterval()
+{
+    qreal hz = 0;
+    for (QScreen* s : QGuiApplication::screens())
+        hz = std::max(hz, s->refreshRate());
+    if (hz < 20 || hz > 240)
+        hz = 60;
+    return qRound(1000.0 / hz);
+}
+
+// The screen id a virtualScreen source names: "2", "screen2", "screen:2".
+int virtualScreenId(const QString& file, bool* ok)
+{
+    static const QRegularExpression digits(QStringLiteral("(-?\\d+)\\s*$"));
+    const QRegularExpressionMatch m = digits.match(file);
+    *ok = m.hasMatch();
+    return *ok ? m.captured(1).toInt(ok) : 0;
+}
+
+int packedKey(int layerId, int bankId)
+{
+    return layerId + (bankId << 16);
+}
+
+} // namespace
+
+Compositor::Compositor()
+{
+    m_clock.start();
+    m_timer.setSingleShot(true);
+    m_timer.setTimerType(Qt::PreciseTimer);
+    connect(&m_timer, &QTimer::timeout, this, &Compositor::tick);
+    EffectsService& effects = EffectsService::getInstance();
+    connect(&effects, &EffectsService::effectsChanged, this, &Compositor::onEffectsChanged);
+    connect(&effects, &EffectsService::monitorEffectsChanged, this,
+            &Compositor::onMonitorEffectsChanged);
+    connect(&effects, &EffectsService::rendererListChanged, this, [this] { requestFrame(); });
+    connect(&effects, &EffectsService::cleared, this, [this] {
+        m_layerEffects.clear();
+        m_screenEffects.clear();
+        ++m_effectsChanges;
+        requestFrame();
+    });
+    setActiveCompositor(this);
+}
+
+Compositor::~Compositor()
+{
+    setActiveCompositor(nullptr);
+    if (sharedContext()) {
+        m_screens.clear();
+        m_memos.clear();
+    }
+}
+
+void Compositor::requestFrame()
+{
+    if (m_requested.exchange(true))
+        return;
+    QMetaObject::invokeMethod(this, [this] { schedule(); }, Qt::QueuedConnection);
+}
+
+void Compositor::schedule()
+{
+    if (m_timer.isActive())
+        return;
+    const qint64 since = m_clock.elapsed() - m_lastTick;
+    const int interval = refreshInterval();
+    m_timer.start(since >= interval ? 0 : int(interval - since));
+}
+
+void Compositor::screenOpened(ScreenWidget* widget)
+{
+    if (!widget || screenFor(widget))
+        return;
+    auto screen = std::make_unique<Screen>();
+    screen->widget = widget;
+    if (sharedContext())
+        screen->surface = std::make_unique<ScreenSurface>(widget->info(), [this, widget] {
+            if (Screen* s = screenFor(widget))
+                s->forced = true;
+            requestFrame();
+        });
+    connect(widget, &QtAV::NoxOpenGLWidgetRenderer::contentChanged, this,
+            [this] { requestFrame(); });
+    m_screens.push_back(std::move(screen));
+    requestFrame();
+}
+
+void Compositor::screenClosing(ScreenWidget* widget)
+{
+    for (auto it = m_screens.begin(); it != m_screens.end(); ++it) {
+        if ((*it)->widget != widget)
+            continue;
+        if ((*it)->recorder && (*it)->recorder->isRecording()) {
+            qDebug() << "screen" << widget->screenId() << "closed while recording; file finished:"
+                     << (*it)->recorder->path();
+            (*it)->recorder->stop();
+        }
+        sharedContext();
+        disconnect(widget, nullptr, this, nullptr);
+        m_screens.erase(it);
+        requestFrame(); // virtualScreen layers that showed it go blank
+        return;
+    }
+}
+
+Compositor::Screen* Compositor::screenFor(ScreenWidget* widget)
+{
+    for (auto& s : m_screens) {
+        if (s->widget == widget)
+            return s.get();
+    }
+    return nullptr;
+}
+
+Compositor::Screen* Compositor::screenById(int screenId)
+{
+    for (auto& s : m_screens) {
+        if (s->widget->screenId() == screenId)
+            return s.get();
+    }
+    return nullptr;
+}
+
+quint64 Compositor::drawCount(ScreenWidget* widget) const
+{
+    for (const auto& s : m_screens) {
+        if (s->widget == widget)
+            return s->draws;
+    }
+    return 0;
+}
+
+void Compositor::onEffectsChanged(int layerId)
+{
+    m_layerEffects.insert(layerId, parseLayerEffects(EffectsService::getInstance().effects(layerId)));
+    ++m_effectsChanges;
+    requestFrame();
+}
+
+void Compositor::onMonitorEffectsChanged(int screenId)
+{
+    const ScreenEffects parsed =
+        parseScreenEffects(EffectsService::getInstance().monitorEffects(screenId));
+    m_screenEffects.insert(screenId, qMakePair(++m_effectsChanges, parsed));
+    requestFrame();
+}
+
+LayerEffects Compositor::layerEffectsFor(const Item& item) const
+{
+    const auto it = m_layerEffects.constFind(item.state.layerId);
+    if (it == m_layerEffects.constEnd())
+        return LayerEffects();
+    // A record names its bank; where the layer's renderer list of that bank is
+    // known, only those renderers take it.
+    const EffectsService& effects = EffectsService::getInstance();
+    const QVariant bank = effects.effects(item.state.layerId).value(QStringLiteral("bankId"));
+    if (bank.isValid()) {
+        const int key = packedKey(item.state.layerId, bank.toInt());
+        if (effects.hasRendererList(key) && !effects.rendererList(key).contains(
+                static_cast<void*>(static_cast<QtAV::VideoRenderer*>(item.render))))
+            return LayerEffects();
+    }
+    return it.value();
+}
+
+ScreenEffects Compositor::screenEffectsFor(int screenId) const
+{
+    // The later of the screen's own record and the all-screens (-1) record.
+    const auto own = m_screenEffects.constFind(screenId);
+    const auto all = m_screenEffects.constFind(-1);
+    const bool hasOwn = own != m_screenEffects.constEnd();
+    const bool hasAll = all != m_screenEffects.constEnd();
+    if (hasOwn && (!hasAll || own->first > all->first))
+        return own->second;
+    if (hasAll)
+        return all->second;
+    return ScreenEffects();
+}
+
+QImage Compositor::grab(ScreenWidget* widget)
+{
+    Screen* screen = screenFor(widget);
+    if (!screen || !screen->surface || !screen->surface->isValid())
+        return QImage();
+    tick();
+    if (!sharedContext())
+        return QImage();
+    return screen->surface->readOutput();
+}
+
+bool Compositor::startRecording(ScreenWidget* widget, const QString& path, int fps)
+{
+    Screen* screen = screenFor(widget);
+    if (!screen || !screen->surface || !screen->surface->isValid()) {
+        qDebug() << "startRecording: screen" << (widget ? widget->screenId() : -1)
+                 << "cannot be drawn; nothing recorded";
+        return false;
+    }
+    if (screen->recorder && screen->recorder->isRecording()) {
+        qDebug() << "startRecording: screen" << widget->screenId() << "already records to"
+                 << screen->recorder->path();
+        return false;
+    }
+    if (!screen->recorder)
+        screen->recorder = std::make_unique<ScreenRecorder>();
+    if (!screen->recorder->start(path, screen->surface->size(), fps))
+        return false;
+    screen->recordClock.start();
+    screen->forced = true; // the first picture at time 0
+    tick();
+    return true;
+}
+
+bool Compositor::stopRecording(ScreenWidget* widget)
+{
+    Screen* screen = screenFor(widget);
+    if (!screen || !screen->recorder || !screen->recorder->isRecording())
+        return false;
+    // The picture on screen lasts until now.
+    if (sharedContext())
+        screen->recorder->pushFrame(screen->surface->readOutput(), screen->recordClock.elapsed());
+    const int frames = screen->recorder->stop();
+    qDebug() << "stopRecording: screen" << widget->screenId() << frames << "frames in"
+             << screen->recorder->path();
+    return true;
+}
+
+void Compositor::tick()
+{
+    m_timer.stop();
+    m_requested.store(false);
+    m_lastTick = m_clock.elapsed();
+    if (!sharedContext())
+        return;
+    ++m_tick;
+    // Screens the service closed without telling are dropped.
+    const QList<ScreenWidget*> open = ScreenService::getInstance().widgetList();
+    m_screens.erase(std::remove_if(m_screens.begin(), m_screens.end(),
+                                   [&open](const std::unique_ptr<Screen>& s) {
+                                       return !open.contains(s->widget);
+                                   }),
+                    m_screens.end());
+    for (auto& s : m_screens)
+        gatherItems(*s);
+    feedVirtualScreens();
+    updateSources();
+    for (auto& s : m_screens) {
+        if (!s->surface || !s->surface->isValid())
+            continue;
+        const quint64 signature = signatureOf(*s);
+        if (!s->forced && signature == s->signature)
+            continue;
+        s->signature = signature;
+        s->forced = false;
+        drawScreen(*s);
+    }
+    pruneMemos();
+}
+
+void Compositor::gatherItems(Screen& screen)
+{
+    screen.items.clear();
+    const QList<QtAV::NoxOpenGLRender*> renders = screen.widget->renders();
+    for (QtAV::NoxOpenGLRender* render : renders) {
+        if (!render)
+            continue;
+        Item item;
+        item.render = render;
+        item.state = render->drawState();
+        Memo& memo = memoFor(item);
+        memo.seenTick = m_tick;
+        if (!item.state.visible)
+            continue;
+        item.player = render->player();
+        item.source = item.player ? item.player->frameSource() : nullptr;
+        item.opacity = item.player ? float(item.player->pictureOpacity()) : 1.f;
+        screen.items.push_back(std::move(item));
+    }
+    std::stable_sort(screen.items.begin(), screen.items.end(),
+                     [](const Item& a, const Item& b) { return a.state.z < b.state.z; });
+}
+
+Compositor::Memo& Compositor::memoFor(const Item& item)
+{
+    auto it = m_memos.find(item.render);
+    if (it == m_memos.end()) {
+        it = m_memos.insert(item.render, Memo());
+        item.render->setChangeListener(&QtAV::requestCompositorFrame);
+    }
+    return it.value();
+}
+
+void Compositor::pruneMemos()
+{
+    for (auto it = m_memos.begin(); it != m_memos.end();) {
+        if (it->seenTick == m_tick) {
+            ++it;
+            continue;
+        }
+        // Taken off every screen: the render object may be gone already, so
+        // only the memo's own resources are freed.
+        it = m_memos.erase(it);
+    }
+    for (auto it = m_virtualFed.begin(); it != m_virtualFed.end();) {
+        bool shown = false;
+        for (const auto& s : m_screens) {
+            for (const Item& item : s->items)
+                shown = shown || item.player == it.key();
+        }
+        it = shown ? std::next(it) : m_virtualFed.erase(it);
+    }
+}
+
+void Compositor::feedVirtualScreens()
+{
+    static const QString kVirtual = QStringLiteral("virtualScreen");
+    for (auto& s : m_screens) {
+        for (const Item& item : s->items) {
+            QtAV::AVPlayer* player = item.player;
+            if (!player || player->getMediaType() != kVirtual)
+                continue;
+            bool ok = false;
+            const int id = virtualScreenId(player->file(), &ok);
+            Screen* shown = ok ? screenById(id) : nullptr;
+            const bool drawable = shown && shown->surface && shown->surface->isValid();
+            const quint64 fed = drawable ? shown->draws : ~quint64(0);
+            auto last = m_virtualFed.find(player);
+            if (last != m_virtualFed.end() && last.value() == fed)
+                continue;
+            if (!drawable) {
+                qDebug() << "virtualScreen: source" << player->file()
+                         << "names no open screen; the layer shows nothing";
+                player->pushFrame(QtAV::VideoFrame());
+            } else if (shown->draws > 0) {
+                QOpenGLFramebufferObject* out = shown->surface->output();
+                player->pushFrame(QtAV::VideoFrame::fromTexture(out->texture(), out->size(), true));
+            }
+            m_virtualFed.insert(player, fed);
+        }
+    }
+}
+
+Compositor::SourceUse* Compositor::sourceUse(QtAV::VideoFrameSource* source)
+{
+    for (SourceUse& use : m_sources) {
+        if (use.source == source)
+            return &use;
+    }
+    return nullptr;
+}
+
+void Compositor::updateSources()
+{
+    m_sources.clear();
+    for (auto& s : m_screens) {
+        for (Item& item : s->items) {
+            if (!item.source)
+                continue;
+            // The texture only needs the detail the largest use shows: the
+            // drawn extent, scaled up by the part of the picture it shows.
+            const QSize picture = item.source->pictureSize();
+            const QSizeF pictureF = picture.isEmpty() ? item.state.originalSize : QSizeF(picture);
+            Memo& memo = memoFor(item);
+            if (memo.placement.revision != item.state.revision
+                || memo.placementPicture != pictureF) {
+                memo.placement = placementFor(item.state, pictureF);
+                memo.placementPicture = pictureF;
+            }
+            const QRectF roi = normalisedRoi(item.state.roi, pictureF);
+            const QRectF extent = memo.placement.extent;
+            QSize need(qCeil(extent.width() / std::max(roi.width(), 1e-3)),
+                       qCeil(extent.height() / std::max(roi.height(), 1e-3)));
+            if (!picture.isEmpty())
+                need = need.boundedTo(picture);
+            need = need.boundedTo(QSize(kMaxTextureSide, kMaxTextureSide)).expandedTo(QSize(2, 2));
+            SourceUse* use = sourceUse(item.source);
+            if (!use) {
+                m_sources.push_back(SourceUse{item.source, need, {}});
+            } else {
+                use->wanted = use->wanted.expandedTo(need);
+            }
+        }
+    }
+    for (SourceUse& use : m_sources)
+        use.texture = use.source->updateTexture(use.wanted);
+}
+
+quint64 Compositor::signatureOf(const Screen& screen)
+{
+    quint64 h = mix(0, screen.items.size());
+    const ScreenEffects fx = screenEffectsFor(screen.widget->screenId());
+    h = mix(h, m_effectsChanges);
+    h = mix(h, fx.testPattern);
+    for (const Item& item : screen.items) {
+        h = mix(h, quintptr(item.render));
+        h = mix(h, item.state.revision);
+        h = mix(h, item.state.receiveCount);
+        h = mix(h, bitsOf(item.opacity));
+        if (item.source) {
+            h = mix(h, quintptr(item.source));
+            h = mix(h, item.source->serial());
+            if (const SourceUse* use = sourceUse(item.source))
+                h = mix(h, use->texture.id);
+        }
+    }
+    return h;
+}
+
+void Compositor::drawScreen(Screen& screen)
+{
+    ScreenSurface& surface = *screen.surface;
+    surface.beginCompose();
+    for (Item& item : screen.items)
+        drawItem(screen, item);
+    surface.compose()->release();
+    m_post.run(*surface.compose(), *surface.output(), screenEffectsFor(screen.widget->screenId()));
+    ++screen.draws;
+    if (screen.recorder && screen.recorder->isRecording())
+        screen.recorder->pushFrame(surface.readOutput(), screen.recordClock.elapsed());
+    surface.present();
+    sharedContext(); // back on the shared surface after a window swap
+}
+
+void Compositor::drawItem(Screen& screen, Item& item)
+{
+    Memo& memo = memoFor(item);
+    const SourceUse* use = item.source ? sourceUse(item.source) : nullptr;
+    const quint64 serial = item.source ? item.source->serial() : 0;
+    QtAV::FrameTexture texture = use ? use->texture : QtAV::FrameTexture();
+    // A frame given to the render object itself shows until the player's next
+    // new frame; an empty one blanks it until then.
+    if (memo.receiveCount != item.state.receiveCount) {
+        memo.receiveCount = item.state.receiveCount;
+        memo.serialAtReceive = serial;
+        if (!memo.received)
+            memo.received = std::make_shared<QtAV::PushedFrameSource>();
+        memo.received->push(item.state.received);
+    }
+    if (memo.received && memo.receiveCount > 0 && memo.serialAtReceive == serial)
+        texture = memo.received->updateTexture(QSize());
+    if (!texture.isValid())
+        return;
+    if (memo.placement.revision != item.state.revision || !item.source) {
+        const QSizeF picture = item.state.originalSize.isEmpty() ? QSizeF(texture.size)
+                                                                 : item.state.originalSize;
+        if (memo.placement.revision != item.state.revision || memo.placementPicture != picture) {
+            memo.placement = placementFor(item.state, picture);
+            memo.placementPicture = picture;
+        }
+    }
+    m_painter.draw(memo.placement, texture, screen.surface->size(), item.opacity,
+                   layerEffectsFor(item));
+}
+
+} // namespace kelmor::gl

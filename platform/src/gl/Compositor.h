@@ -1,0 +1,143 @@
+// The compositor of the output screens.
+//
+// One output frame (tick), on the GUI thread with the shared context current:
+// 1. gather every open screen's visible render objects, in ascending z (equal
+//    z keeps the order they were pushed), with their players' frame sources;
+// 2. feed virtualScreen players the previous picture of the screen they name;
+// 3. bring each frame source's texture up to date once, at the largest size
+//    any of its render objects needs (decode once, draw many);
+// 4. redraw only the screens whose content changed (settings, new frames,
+//    fades, effects), finish them with their monitor effects, show windows,
+//    and hand recorded screens' pictures to their recorders.
+// Ticks are asked for (requestFrame) by frame sources with new frames, by
+// render objects whose settings change, by effect and screen changes and by
+// window exposes, and run at most once per refresh interval of the displays
+// (60 Hz offscreen). With nothing changing, no tick runs: an idle screen costs
+// nothing.
+//
+// Threading: everything on the GUI thread except requestFrame (any thread).
+// Ownership: ScreenService owns the compositor; the compositor owns each
+// screen's surfaces and recorder, never the widgets, render objects, players
+// or frame sources (it reads them during a tick only).
+#pragma once
+
+#include "ScreenWidget.h"
+#include "gl/EffectSettings.h"
+#include "gl/LayerPainter.h"
+#include "gl/PushedFrameSource.h"
+#include "gl/ScreenPostPass.h"
+#include "gl/ScreenRecorder.h"
+#include "gl/ScreenSurface.h"
+
+#include <QElapsedTimer>
+#include <QHash>
+#include <QObject>
+#include <QPointer>
+#include <QTimer>
+#include <atomic>
+#include <memory>
+#include <vector>
+
+namespace QtAV {
+class AVPlayer;
+}
+
+namespace kelmor::gl {
+
+class Compositor : public QObject
+{
+    Q_OBJECT
+public:
+    Compositor();
+    ~Compositor() override;
+
+    /// Asks for a tick soon (any thread).
+    void requestFrame();
+
+    void screenOpened(ScreenWidget* widget);
+    void screenClosing(ScreenWidget* widget);
+
+    /// Draws what is pending and returns the screen's picture (null image when
+    /// the screen cannot be drawn).
+    QImage grab(ScreenWidget* widget);
+    bool startRecording(ScreenWidget* widget, const QString& path, int fps);
+    bool stopRecording(ScreenWidget* widget);
+
+    /// Output frames drawn so far for a screen (tests, diagnostics).
+    quint64 drawCount(ScreenWidget* widget) const;
+
+private slots:
+    void tick();
+
+private:
+    struct Item
+    {
+        QtAV::NoxOpenGLRender* render = nullptr;
+        QtAV::RenderDrawState state;
+        QtAV::AVPlayer* player = nullptr;
+        QtAV::VideoFrameSource* source = nullptr;
+        float opacity = 1.f;
+    };
+    struct SourceUse
+    {
+        QtAV::VideoFrameSource* source = nullptr;
+        QSize wanted;
+        QtAV::FrameTexture texture;
+    };
+    struct Memo
+    {
+        Placement placement;
+        QSizeF placementPicture;
+        quint64 receiveCount = 0;
+        quint64 serialAtReceive = 0;
+        std::shared_ptr<QtAV::PushedFrameSource> received; // shared: QHash copies memos
+        quint64 seenTick = 0;
+    };
+    struct Screen
+    {
+        ScreenWidget* widget = nullptr;
+        std::unique_ptr<ScreenSurface> surface;
+        std::vector<Item> items;          // reused every tick
+        quint64 signature = 0;            // of what was last drawn
+        bool forced = true;               // draw at the next tick whatever changed
+        quint64 draws = 0;
+        std::unique_ptr<ScreenRecorder> recorder;
+        QElapsedTimer recordClock;
+    };
+
+    void schedule();
+    void gatherItems(Screen& screen);
+    void feedVirtualScreens();
+    void updateSources();
+    SourceUse* sourceUse(QtAV::VideoFrameSource* source);
+    quint64 signatureOf(const Screen& screen);
+    void drawScreen(Screen& screen);
+    void drawItem(Screen& screen, Item& item);
+    Memo& memoFor(const Item& item);
+    LayerEffects layerEffectsFor(const Item& item) const;
+    ScreenEffects screenEffectsFor(int screenId) const;
+    void onEffectsChanged(int layerId);
+    void onMonitorEffectsChanged(int screenId);
+    Screen* screenFor(ScreenWidget* widget);
+    Screen* screenById(int screenId);
+    void pruneMemos();
+
+    std::atomic<bool> m_requested{false}; // a tick is asked for (any thread)
+
+    // GUI thread.
+    QTimer m_timer;                         // single shot, to the next tick
+    QElapsedTimer m_clock;
+    qint64 m_lastTick = -1000;
+    quint64 m_tick = 0;
+    std::vector<std::unique_ptr<Screen>> m_screens;   // opening order
+    std::vector<SourceUse> m_sources;                 // this tick's sources, reused
+    QHash<const QtAV::NoxOpenGLRender*, Memo> m_memos;
+    QHash<QtAV::AVPlayer*, quint64> m_virtualFed;     // player -> screen draws pushed
+    QHash<int, LayerEffects> m_layerEffects;          // parsed once per change
+    QHash<int, QPair<quint64, ScreenEffects>> m_screenEffects; // id -> (change order, effects)
+    quint64 m_effectsChanges = 0;
+    LayerPainter m_painter;
+    ScreenPostPass m_post;
+};
+
+} // namespace kelmor::gl

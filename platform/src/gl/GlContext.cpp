@@ -1,0 +1,142 @@
+#include "gl/GlContext.h"
+
+#include "VideoFrameSource.h"
+#include "gl/Compositor.h"
+
+#include <QDebug>
+#include <QGuiApplication>
+#include <QMutex>
+#include <QOffscreenSurface>
+#include <QOpenGLContext>
+#include <QOpenGLExtraFunctions>
+#include <QOpenGLFunctions>
+#include <QThread>
+#include <memory>
+
+namespace kelmor::gl {
+
+namespace {
+
+struct SharedGl
+{
+    bool tried = false;                         // GUI thread
+    std::unique_ptr<QOffscreenSurface> surface; // GUI thread
+    std::unique_ptr<QOpenGLContext> context;    // GUI thread
+};
+
+SharedGl& shared()
+{
+    static SharedGl gl;
+    return gl;
+}
+
+QMutex g_compositorMutex;          // guards g_compositor
+Compositor* g_compositor = nullptr;
+
+// The application object is going: the context goes first, while Qt's GL
+// platform is still there to free it.
+void releaseShared()
+{
+    SharedGl& gl = shared();
+    if (gl.context)
+        gl.context->doneCurrent();
+    gl.context.reset();
+    gl.surface.reset();
+}
+
+bool makeShared(SharedGl& gl)
+{
+    auto* app = qobject_cast<QGuiApplication*>(QCoreApplication::instance());
+    if (!app) {
+        qDebug() << "compositor: no QGuiApplication, output screens keep their state only";
+        return false;
+    }
+    if (QThread::currentThread() != app->thread()) {
+        qDebug() << "compositor: GL asked for off the GUI thread, refused";
+        return false;
+    }
+    QSurfaceFormat format = QSurfaceFormat::defaultFormat();
+    format.setSwapInterval(0); // the compositor paces itself; windows never block each other
+    gl.surface = std::make_unique<QOffscreenSurface>();
+    gl.surface->setFormat(format);
+    gl.surface->create();
+    gl.context = std::make_unique<QOpenGLContext>();
+    gl.context->setFormat(format);
+    if (QOpenGLContext* global = QOpenGLContext::globalShareContext())
+        gl.context->setShareContext(global);
+    if (!gl.surface->isValid() || !gl.context->create() || !gl.context->makeCurrent(gl.surface.get())) {
+        qDebug() << "compositor: no OpenGL context could be made, output screens keep their state only";
+        gl.context.reset();
+        gl.surface.reset();
+        return false;
+    }
+    const auto* version = reinterpret_cast<const char*>(
+        gl.context->functions()->glGetString(GL_VERSION));
+    qDebug() << "compositor: OpenGL" << (version ? version : "(unknown)");
+    return true;
+}
+
+} // namespace
+
+QOpenGLContext* sharedContext()
+{
+    SharedGl& gl = shared();
+    if (!gl.tried) {
+        gl.tried = true;
+        if (makeShared(gl))
+            qAddPostRoutine(releaseShared); // while the GL platform still exists
+    }
+    if (!gl.context)
+        return nullptr;
+    if (QOpenGLContext::currentContext() != gl.context.get()
+        || gl.context->surface() != gl.surface.get())
+        gl.context->makeCurrent(gl.surface.get());
+    return gl.context.get();
+}
+
+void resetDrawState(QOpenGLContext* context)
+{
+    QOpenGLFunctions* gl = context->functions();
+    static const bool vertexArrays = context->hasExtension("GL_ARB_vertex_array_object")
+        || context->format().majorVersion() >= 3 || context->isOpenGLES();
+    if (vertexArrays)
+        context->extraFunctions()->glBindVertexArray(0);
+    gl->glBindBuffer(GL_ARRAY_BUFFER, 0);
+    gl->glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, 0);
+    gl->glDisable(GL_DEPTH_TEST);
+    gl->glDisable(GL_SCISSOR_TEST);
+    gl->glDisable(GL_CULL_FACE);
+    gl->glDisable(GL_STENCIL_TEST);
+    gl->glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+}
+
+QOffscreenSurface* sharedSurface()
+{
+    return shared().surface.get();
+}
+
+void setActiveCompositor(Compositor* compositor)
+{
+    QMutexLocker lock(&g_compositorMutex);
+    g_compositor = compositor;
+}
+
+} // namespace kelmor::gl
+
+namespace QtAV {
+
+QOpenGLContext* compositorContext()
+{
+    return kelmor::gl::sharedContext();
+}
+
+void requestCompositorFrame()
+{
+    QMutexLocker lock(&kelmor::gl::g_compositorMutex);
+    if (kelmor::gl::g_compositor)
+        kelmor::gl::g_compositor->requestFrame();
+}
+
+VideoFrameSource::~VideoFrameSource() = default;
+
+} // namespace QtAV

@@ -1,0 +1,33 @@
+// The compositor's GL context: one QOpenGLContext on an offscreen surface,
+// made on first use on the GUI thread and kept for the life of the process.
+// Every output screen draws with it (windows by making it current on their
+// own surface), and libmpv's render contexts are made on it, so every texture
+// of every player is usable by every screen without sharing tricks.
+//
+// The application should set Qt::AA_ShareOpenGLContexts before building its
+// QGuiApplication, so that a host's own GL widgets (previews) share with it.
+#pragma once
+
+#include "KelmorPlatformExport.h"
+
+class QOpenGLContext;
+class QOffscreenSurface;
+
+namespace kelmor::gl {
+
+class Compositor;
+
+/// The context, current on its offscreen surface; null without GL.
+QOpenGLContext* sharedContext();
+/// Undoes what other GL users (libmpv) may leave bound: vertex array,
+/// buffers, scissor, depth test, culling. Call before drawing.
+void resetDrawState(QOpenGLContext* context);
+
+/// Its offscreen surface (valid whenever sharedContext() is not null).
+QOffscreenSurface* sharedSurface();
+
+/// The compositor that requestCompositorFrame() reaches (set by the
+/// compositor itself as it is built and destroyed; any thread may read it).
+void setActiveCompositor(Compositor* compositor);
+
+} // namespace kelmor::gl

@@ -1,0 +1,46 @@
+// The frame source of pictures pushed into a player from outside its engine
+// (NDI receivers, other output screens, shared textures, tests).
+//
+// Threading: push() from any thread (m_mutex guards the newest frame); the
+// rest on the GUI thread with the compositor's context current.
+// A pushed image is uploaded once, when updateTexture() first sees it; a
+// pushed texture frame is handed through as it is (its maker keeps it alive).
+#pragma once
+
+#include "VideoFrame.h"
+#include "VideoFrameSource.h"
+
+#include <QMutex>
+#include <atomic>
+
+namespace QtAV {
+
+class PushedFrameSource : public VideoFrameSource
+{
+public:
+    PushedFrameSource();
+    ~PushedFrameSource() override;
+
+    void push(const VideoFrame& frame);
+
+    FrameTexture updateTexture(const QSize& wanted) override;
+    quint64 serial() const override { return m_serial; }
+    bool hasPendingFrame() const override { return m_pending.load(); }
+    QSize pictureSize() const override;
+
+private:
+    void uploadImage(const QImage& image);
+    void releaseTexture();
+
+    mutable QMutex m_mutex;       // guards m_frame
+    VideoFrame m_frame;           // the newest pushed frame
+    std::atomic<bool> m_pending{false};
+
+    // GUI thread (compositor context).
+    quint64 m_serial = 0;
+    FrameTexture m_current;       // what updateTexture() last handed out
+    unsigned m_uploadTexture = 0; // owned texture for pushed images
+    QSize m_uploadSize;
+};
+
+} // namespace QtAV

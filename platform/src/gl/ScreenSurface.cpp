@@ -1,0 +1,161 @@
+#include "gl/ScreenSurface.h"
+
+#include "gl/GlContext.h"
+
+#include <QDebug>
+#include <QGuiApplication>
+#include <QOffscreenSurface>
+#include <QOpenGLContext>
+#include <QOpenGLFunctions>
+#include <QScreen>
+
+namespace kelmor::gl {
+
+namespace {
+
+constexpr int kMaxScreenSide = 8192;
+
+std::unique_ptr<QOpenGLFramebufferObject> makeTarget(const QSize& size)
+{
+    QOpenGLFramebufferObjectFormat format;
+    format.setAttachment(QOpenGLFramebufferObject::NoAttachment);
+    format.setInternalTextureFormat(GL_RGBA8);
+    auto fbo = std::make_unique<QOpenGLFramebufferObject>(size, format);
+    if (!fbo->isValid())
+        return nullptr;
+    QOpenGLFunctions* gl = QOpenGLContext::currentContext()->functions();
+    gl->glBindTexture(GL_TEXTURE_2D, fbo->texture());
+    gl->glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    gl->glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    gl->glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+    gl->glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+    gl->glBindTexture(GL_TEXTURE_2D, 0);
+    return fbo;
+}
+
+} // namespace
+
+ScreenSurface::ScreenSurface(const ScreenInfo& info, std::function<void()> exposed)
+{
+    QSize size = info.geometry.size();
+    if (!info.offscreen && info.monitor >= 0 && info.monitor < QGuiApplication::screens().size())
+        size = QGuiApplication::screens().at(info.monitor)->size();
+    if (size.width() <= 0 || size.height() <= 0 || size.width() > kMaxScreenSide
+        || size.height() > kMaxScreenSide) {
+        qDebug() << "openScreen: size" << size << "of screen" << info.screenId
+                 << "is not drawable; the screen shows nothing";
+        return;
+    }
+    m_size = size;
+    if (!sharedContext())
+        return;
+    m_compose = makeTarget(size);
+    m_output = makeTarget(size);
+    if (!m_compose || !m_output) {
+        qDebug() << "openScreen: no framebuffer of" << size << "for screen" << info.screenId;
+        m_compose.reset();
+        m_output.reset();
+        return;
+    }
+    if (!info.offscreen)
+        m_window = std::make_unique<ScreenWindow>(info, std::move(exposed));
+}
+
+ScreenSurface::~ScreenSurface()
+{
+    if (sharedContext()) {
+        m_compose.reset();
+        m_output.reset();
+    } else {
+        // No context to free them with (process exit): let the driver do it.
+        m_compose.release();
+        m_output.release();
+    }
+}
+
+void ScreenSurface::beginCompose()
+{
+    QOpenGLFunctions* gl = QOpenGLContext::currentContext()->functions();
+    m_compose->bind();
+    gl->glViewport(0, 0, m_size.width(), m_size.height());
+    gl->glDisable(GL_SCISSOR_TEST);
+    gl->glClearColor(0.f, 0.f, 0.f, 1.f);
+    gl->glClear(GL_COLOR_BUFFER_BIT);
+}
+
+void ScreenSurface::present()
+{
+    if (!m_window || !m_window->isExposed())
+        return;
+    QOpenGLContext* context = sharedContext();
+    if (!context || !context->makeCurrent(m_window.get()))
+        return;
+    const QSize target = m_window->size() * m_window->devicePixelRatio();
+    QOpenGLFramebufferObject::blitFramebuffer(nullptr, QRect(QPoint(0, 0), target), m_output.get(),
+                                              QRect(QPoint(0, 0), m_size), GL_COLOR_BUFFER_BIT,
+                                              GL_LINEAR);
+    context->swapBuffers(m_window.get());
+    context->makeCurrent(sharedSurface());
+}
+
+QImage ScreenSurface::readOutput() const
+{
+    if (!m_output)
+        return QImage();
+    QImage image = m_output->toImage(true);
+    return image.convertToFormat(QImage::Format_RGB32);
+}
+
+ScreenWindow::ScreenWindow(const ScreenInfo& info, std::function<void()> exposed)
+    : m_info(info), m_exposed(std::move(exposed))
+{
+    setSurfaceType(QSurface::OpenGLSurface);
+    QSurfaceFormat format = QSurfaceFormat::defaultFormat();
+    format.setSwapInterval(0);
+    setFormat(format);
+    setFlags(Qt::Window | Qt::FramelessWindowHint);
+    setTitle(QStringLiteral("Output %1").arg(info.screenId));
+    connect(qApp, &QGuiApplication::screenRemoved, this, &ScreenWindow::onScreenRemoved);
+    place();
+}
+
+ScreenWindow::~ScreenWindow() = default;
+
+void ScreenWindow::place()
+{
+    const QList<QScreen*> screens = QGuiApplication::screens();
+    if (m_info.monitor >= 0 && m_info.monitor < screens.size()) {
+        QScreen* monitor = screens.at(m_info.monitor);
+        setScreen(monitor);
+        setGeometry(monitor->geometry());
+        showFullScreen();
+        return;
+    }
+    if (m_info.monitor >= 0)
+        qDebug() << "openScreen: monitor" << m_info.monitor << "of screen" << m_info.screenId
+                 << "does not exist; shown at" << m_info.geometry;
+    setGeometry(m_info.geometry);
+    show();
+}
+
+void ScreenWindow::exposeEvent(QExposeEvent*)
+{
+    if (isExposed() && m_exposed)
+        m_exposed();
+}
+
+void ScreenWindow::onScreenRemoved(QScreen* screen)
+{
+    if (screen != this->screen())
+        return;
+    qDebug() << "screen" << m_info.screenId << ": its monitor" << screen->name()
+             << "was removed; moved to the primary monitor";
+    m_info.monitor = -1;
+    if (QScreen* primary = QGuiApplication::primaryScreen()) {
+        setScreen(primary);
+        m_info.geometry.moveTopLeft(primary->geometry().topLeft());
+    }
+    place();
+}
+
+} // namespace kelmor::gl

@@ -1,0 +1,11 @@
+// Main of the show-runner tests: a QCoreApplication for QProcess and
+// QTcpSocket; the runner itself runs as a separate process.
+#include <QCoreApplication>
+#include <gtest/gtest.h>
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
