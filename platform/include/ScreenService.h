@@ -26,6 +26,9 @@
 namespace kelmor::gl {
 class Compositor;
 }
+namespace QtAV {
+class PreviewRenderer;
+}
 
 class KELMOR_PLATFORM_EXPORT ScreenService : public QObject
 {
@@ -67,6 +70,11 @@ public:
     /// Finishes the file; false when the screen was not recording.
     bool stopRecording(int screenId);
 
+    // Previews in the host's window (PreviewRenderer registers itself).
+    void addPreview(QtAV::PreviewRenderer* preview);
+    void removePreview(QtAV::PreviewRenderer* preview);
+    QList<QtAV::PreviewRenderer*> previews() const;
+
 signals:
     void screenOpened(int screenId);
     void screenClosed(int screenId);
@@ -80,5 +88,6 @@ private:
     kelmor::gl::Compositor* compositor();
 
     QList<ScreenWidget*> m_widgets; // GUI thread; owned
+    QList<QtAV::PreviewRenderer*> m_previews; // GUI thread; not owned
     std::unique_ptr<kelmor::gl::Compositor> m_compositor; // GUI thread
 };

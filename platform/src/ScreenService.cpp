@@ -173,3 +173,23 @@ bool ScreenService::stopRecording(int screenId)
     }
     return m_compositor->stopRecording(widget);
 }
+
+void ScreenService::addPreview(QtAV::PreviewRenderer* preview)
+{
+    if (!preview || m_previews.contains(preview))
+        return;
+    m_previews.append(preview);
+    compositor(); // previews are filled by the compositor
+}
+
+void ScreenService::removePreview(QtAV::PreviewRenderer* preview)
+{
+    m_previews.removeAll(preview);
+    if (m_compositor)
+        m_compositor->previewGone(preview);
+}
+
+QList<QtAV::PreviewRenderer*> ScreenService::previews() const
+{
+    return m_previews;
+}

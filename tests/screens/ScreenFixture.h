@@ -19,6 +19,7 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -35,6 +36,48 @@ inline std::string describe(QRgb pixel)
 {
     return QStringLiteral("(%1, %2, %3)").arg(qRed(pixel)).arg(qGreen(pixel)).arg(qBlue(pixel))
         .toStdString();
+}
+
+/// The largest per-channel difference between two pictures of the same size
+/// (-1 when their sizes differ); *where (if given) gets its first pixel.
+inline int maxChannelDifference(const QImage& a, const QImage& b, QPoint* where = nullptr)
+{
+    if (a.size() != b.size())
+        return -1;
+    int worst = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        for (int x = 0; x < a.width(); ++x) {
+            const QRgb p = a.pixel(x, y), q = b.pixel(x, y);
+            const int d = std::max({qAbs(qRed(p) - qRed(q)), qAbs(qGreen(p) - qGreen(q)),
+                                    qAbs(qBlue(p) - qBlue(q))});
+            if (d > worst) {
+                worst = d;
+                if (where)
+                    *where = QPoint(x, y);
+            }
+        }
+    }
+    return worst;
+}
+
+/// Whether the centres of the four quadrants of `area` show the quadrant
+/// picture (red, green / blue, white).
+inline ::testing::AssertionResult quadrantsIn(const QImage& image, const QRect& area,
+                                              int tolerance = 12)
+{
+    if (image.isNull())
+        return ::testing::AssertionFailure() << "null picture";
+    const int x0 = area.x() + area.width() / 4, x1 = area.x() + 3 * area.width() / 4;
+    const int y0 = area.y() + area.height() / 4, y1 = area.y() + 3 * area.height() / 4;
+    const struct { int x, y; QColor colour; } expected[] = {
+        {x0, y0, Qt::red}, {x1, y0, Qt::green}, {x0, y1, Qt::blue}, {x1, y1, Qt::white}};
+    for (const auto& e : expected) {
+        if (!near(image.pixel(e.x, e.y), e.colour, tolerance))
+            return ::testing::AssertionFailure()
+                << "pixel (" << e.x << ", " << e.y << ") is " << describe(image.pixel(e.x, e.y))
+                << ", expected " << e.colour.name().toStdString();
+    }
+    return ::testing::AssertionSuccess();
 }
 
 class ScreenTest : public ::testing::Test

@@ -2,6 +2,7 @@
 // and colours of a real clip and of a still, one decode for several screens.
 #include "ScreenFixture.h"
 #include "ScreenMedia.h"
+#include "PreviewRenderer.h"
 
 #include <QSignalSpy>
 
@@ -80,4 +81,23 @@ TEST_F(ScreenEngineTest, OnePlayerOnThreeScreensIsRenderedOncePerFrame)
     // Grabbing the three screens drew no new frame of the player: a still
     // renders once, however many screens show it.
     EXPECT_EQ(player->frameSource()->serial(), serial);
+}
+
+TEST_F(ScreenEngineTest, PreviewShowsThePlayersPictureAtItsOwnSize)
+{
+    const QString picture = ScreenMedia::quadrantPicture();
+    ASSERT_FALSE(picture.isEmpty());
+    QtAV::AVPlayer* player = newPlayer();
+    player->setMediaType(QStringLiteral("picture"));
+    player->setFile(picture);
+    QtAV::PreviewRenderer preview;
+    EXPECT_STREQ(QtAV::VideoRenderer::name(preview.id()), "Preview");
+    EXPECT_EQ(preview.videoRenderType(), QtAV::VideoRenderType_Custom);
+    preview.resizeRenderer(96, 54);
+    player->addVideoRenderer(&preview);
+    ASSERT_TRUE(waitUntil([&] { return !preview.picture().isNull(); }));
+    const QImage out = preview.picture();
+    EXPECT_EQ(out.size(), QSize(96, 54));
+    expectQuadrants(out);
+    player->removeVideoRenderer(&preview);
 }

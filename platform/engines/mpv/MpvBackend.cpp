@@ -52,7 +52,7 @@ MpvBackend::~MpvBackend()
 void MpvBackend::setDecoderPriority(const QVector<int>& decoderIds)
 {
     m_priority = decoderIds;
-    setString(m_mpv, Prop::Hwdec, MpvDecoders::hwdecFor(decoderIds));
+    setString(m_mpv, Prop::Hwdec, MpvDecoders::hwdecFor(decoderIds, m_frames != nullptr));
 }
 
 void MpvBackend::setMediaType(const QString& type)

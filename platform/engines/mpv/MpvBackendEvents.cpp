@@ -101,6 +101,7 @@ void MpvBackend::startCore()
     const Option options[] = {
         {"vo", drawn ? "libmpv" : "null"},
         {"keepaspect", "no"},
+        {"gpu-hwdec-interop", drawn && MpvDecoders::nvidiaPresent() ? nullptr : "no"},
         {"ao", ao.isEmpty() ? nullptr : ao.constData()},
         {"audio-device", device.isEmpty() ? nullptr : device.constData()},
         {"audio-fallback-to-null", "yes"},

@@ -2,13 +2,22 @@
 
 #include "VideoDecoder.h"
 
+#include <QFile>
+
 namespace QtAV {
 
-QByteArray MpvDecoders::hwdecFor(const QVector<int>& priority)
+bool MpvDecoders::nvidiaPresent()
+{
+    static const bool present = QFile::exists(QStringLiteral("/proc/driver/nvidia/version"));
+    return present;
+}
+
+QByteArray MpvDecoders::hwdecFor(const QVector<int>& priority, bool drawnOnGl)
 {
     for (int id : priority) {
         if (id == VideoDecoderId_CUDA)
-            return QByteArrayLiteral("nvdec-copy");
+            return drawnOnGl && nvidiaPresent() ? QByteArrayLiteral("nvdec")
+                                                : QByteArrayLiteral("nvdec-copy");
         if (id == VideoDecoderId_FFmpeg)
             return QByteArrayLiteral("no");
     }

@@ -2,12 +2,14 @@
 
 #include "AVPlayer.h"
 #include "EffectsService.h"
+#include "PreviewRenderer.h"
 #include "ScreenService.h"
 #include "gl/GlContext.h"
 
 #include <QDebug>
 #include <QGuiApplication>
 #include <QOpenGLContext>
+#include <QOpenGLFunctions>
 #include <QRegularExpression>
 #include <QScreen>
 #include <QtMath>
@@ -49,6 +51,14 @@ int virtualScreenId(const QString& file, bool* ok)
     const QRegularExpressionMatch m = digits.match(file);
     *ok = m.hasMatch();
     return *ok ? m.captured(1).toInt(ok) : 0;
+}
+
+QSize previewSize(const QtAV::PreviewRenderer* preview)
+{
+    const QSize size = preview->rendererSize();
+    if (size.width() <= 0 || size.height() <= 0 || size.width() > 4096 || size.height() > 4096)
+        return QSize(160, 90);
+    return size;
 }
 
 int packedKey(int layerId, int bankId)
@@ -280,6 +290,7 @@ void Compositor::tick()
         gatherItems(*s);
     feedVirtualScreens();
     updateSources();
+    fillPreviews();
     for (auto& s : m_screens) {
         if (!s->surface || !s->surface->isValid())
             continue;
@@ -417,8 +428,68 @@ void Compositor::updateSources()
             }
         }
     }
+    addPreviewSources();
     for (SourceUse& use : m_sources)
         use.texture = use.source->updateTexture(use.wanted);
+}
+
+void Compositor::addPreviewSources()
+{
+    for (QtAV::PreviewRenderer* preview : ScreenService::getInstance().previews()) {
+        QtAV::AVPlayer* player = preview->player();
+        QtAV::VideoFrameSource* source = player ? player->frameSource() : nullptr;
+        if (!source)
+            continue;
+        const QSize size = previewSize(preview);
+        if (SourceUse* use = sourceUse(source))
+            use->wanted = use->wanted.expandedTo(size);
+        else
+            m_sources.push_back(SourceUse{source, size, {}});
+    }
+}
+
+void Compositor::fillPreviews()
+{
+    for (QtAV::PreviewRenderer* preview : ScreenService::getInstance().previews()) {
+        QtAV::AVPlayer* player = preview->player();
+        QtAV::VideoFrameSource* source = player ? player->frameSource() : nullptr;
+        const SourceUse* use = source ? sourceUse(source) : nullptr;
+        if (!use || !use->texture.isValid())
+            continue;
+        PreviewMemo& memo = m_previews[preview];
+        const qint64 now = m_clock.elapsed();
+        if (memo.serial == source->serial() || now - memo.lastAt < 1000.0 / preview->maxRate()) {
+            if (memo.serial != source->serial())
+                requestFrame(); // not yet: come back for it
+            continue;
+        }
+        const QSize size = previewSize(preview);
+        if (!memo.target || memo.target->size() != size) {
+            QOpenGLFramebufferObjectFormat format;
+            format.setInternalTextureFormat(GL_RGBA8);
+            memo.target = std::make_shared<QOpenGLFramebufferObject>(size, format);
+        }
+        QtAV::RenderDrawState whole;
+        whole.revision = 1;
+        whole.geometry = QRect(QPoint(0, 0), size);
+        memo.target->bind();
+        QOpenGLContext::currentContext()->functions()->glClearColor(0, 0, 0, 1);
+        QOpenGLContext::currentContext()->functions()->glClear(GL_COLOR_BUFFER_BIT);
+        m_painter.draw(placementFor(whole, QSizeF(use->texture.size)), use->texture, size, 1.f,
+                       LayerEffects());
+        memo.target->release();
+        memo.serial = source->serial();
+        memo.lastAt = now;
+        preview->setPicture(memo.target->toImage(true).convertToFormat(QImage::Format_RGB32));
+    }
+}
+
+void Compositor::previewGone(QtAV::PreviewRenderer* preview)
+{
+    if (m_previews.contains(preview)) {
+        sharedContext();
+        m_previews.remove(preview);
+    }
 }
 
 quint64 Compositor::signatureOf(const Screen& screen)

@@ -40,6 +40,7 @@
 
 namespace QtAV {
 class AVPlayer;
+class PreviewRenderer;
 }
 
 namespace kelmor::gl {
@@ -62,6 +63,9 @@ public:
     QImage grab(ScreenWidget* widget);
     bool startRecording(ScreenWidget* widget, const QString& path, int fps);
     bool stopRecording(ScreenWidget* widget);
+
+    /// A preview is being destroyed: forget it.
+    void previewGone(QtAV::PreviewRenderer* preview);
 
     /// Output frames drawn so far for a screen (tests, diagnostics).
     quint64 drawCount(ScreenWidget* widget) const;
@@ -121,6 +125,8 @@ private:
     Screen* screenFor(ScreenWidget* widget);
     Screen* screenById(int screenId);
     void pruneMemos();
+    void addPreviewSources();
+    void fillPreviews();
 
     std::atomic<bool> m_requested{false}; // a tick is asked for (any thread)
 
@@ -136,6 +142,13 @@ private:
     QHash<int, LayerEffects> m_layerEffects;          // parsed once per change
     QHash<int, QPair<quint64, ScreenEffects>> m_screenEffects; // id -> (change order, effects)
     quint64 m_effectsChanges = 0;
+    struct PreviewMemo
+    {
+        quint64 serial = ~quint64(0);
+        qint64 lastAt = -1000000;
+        std::shared_ptr<QOpenGLFramebufferObject> target; // shared: QHash copies memos
+    };
+    QHash<QtAV::PreviewRenderer*, PreviewMemo> m_previews;
     LayerPainter m_painter;
     ScreenPostPass m_post;
 };
