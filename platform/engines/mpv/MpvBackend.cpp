@@ -109,8 +109,11 @@ void MpvBackend::setPaused(bool paused)
         rearmRepeat();
         seekTo(m_startPosition);
     }
-    if (!paused)
+    if (!paused) {
         m_positionReport.invalidate(); // report the position at once
+        if (m_frames)
+            m_frames->joinStartGate(m_engine.startGate());
+    }
     requestPause(paused);
 }
 

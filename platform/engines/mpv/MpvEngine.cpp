@@ -1,6 +1,9 @@
 #include "MpvEngine.h"
 
 #include "MpvBackend.h"
+#include "MpvStartGate.h"
+
+#include <QTimer>
 #include "VideoDecoder.h"
 
 #include <QDebug>
@@ -46,6 +49,17 @@ std::unique_ptr<PlayerBackend> MpvEngine::createBackend(PlayerEventSink& sink)
     std::lock_guard<std::mutex> lock(m_backendsMutex);
     m_backends.append(backend.get());
     return backend;
+}
+
+std::shared_ptr<MpvStartGate> MpvEngine::startGate()
+{
+    if (!m_forming) {
+        m_forming = std::make_shared<MpvStartGate>();
+        // The group closes when the event loop comes back: every start made
+        // in the same turn is in it.
+        QTimer::singleShot(0, [this] { m_forming.reset(); });
+    }
+    return m_forming;
 }
 
 MpvEngineOptions MpvEngine::options() const

@@ -61,10 +61,14 @@ public:
 
     // Called by the backends as they come and go (their player's thread).
     void forget(MpvBackend* backend);
+    /// The start gate of the layers started in this GUI-thread turn
+    /// (MpvStartGate.h); GUI thread.
+    std::shared_ptr<class MpvStartGate> startGate();
 
 private:
     mutable std::mutex m_optionsMutex;       // guards m_options
     MpvEngineOptions m_options;
+    std::shared_ptr<class MpvStartGate> m_forming; // GUI thread: the gate of this turn
     mutable std::mutex m_backendsMutex;      // guards m_backends
     QVector<MpvBackend*> m_backends;
 };

@@ -52,6 +52,8 @@ MpvFrameSource::~MpvFrameSource()
     if (!compositorContext()) {
         qDebug() << "mpv: render context freed without its GL context";
     }
+    if (m_gate)
+        m_gate->remove(this);
     mpv_render_context_set_update_callback(m_render, nullptr, nullptr);
     mpv_render_context_free(m_render);
     m_target.reset();
@@ -59,9 +61,10 @@ MpvFrameSource::~MpvFrameSource()
 
 void MpvFrameSource::onUpdate(void* self)
 {
-    auto* source = static_cast<MpvFrameSource*>(self);
-    if (!source->m_pending.exchange(true))
-        requestCompositorFrame();
+    // The compositor folds repeated requests into one; asking every time means
+    // a frame is never lost when the source was not drawn at the last tick.
+    static_cast<MpvFrameSource*>(self)->m_pending.store(true);
+    requestCompositorFrame();
 }
 
 void MpvFrameSource::setPictureSize(const QSize& size)
@@ -72,10 +75,20 @@ void MpvFrameSource::setPictureSize(const QSize& size)
     redraw();
 }
 
+void MpvFrameSource::joinStartGate(const std::shared_ptr<MpvStartGate>& gate)
+{
+    if (m_gate == gate)
+        return;
+    if (m_gate)
+        m_gate->remove(this);
+    m_gate = gate;
+    m_gate->add(this);
+}
+
 void MpvFrameSource::redraw()
 {
-    if (!m_pending.exchange(true))
-        requestCompositorFrame();
+    m_pending.store(true);
+    requestCompositorFrame();
 }
 
 FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
@@ -87,10 +100,21 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
         m_hasFrame = false;
         return FrameTexture(); // no video: nothing to draw
     }
+    m_frameDue = m_frameDue || (flags & MPV_RENDER_UPDATE_FRAME);
+    if (m_gate && m_hasFrame) {
+        if (!m_gate->mayShow(this, m_frameDue)) {
+            m_pending.store(true);
+            requestCompositorFrame(); // ask again next output frame
+            return FrameTexture{m_target->texture(), m_target->size(), false};
+        }
+        m_gate->remove(this);
+        m_gate.reset();
+    }
     const QSize size = wanted.boundedTo(m_pictureSize).expandedTo(QSize(2, 2));
     const bool resized = !m_target || m_target->size() != size;
-    if (!(flags & MPV_RENDER_UPDATE_FRAME) && !resized && !due && m_hasFrame)
+    if (!m_frameDue && !resized && !due && m_hasFrame)
         return FrameTexture{m_target->texture(), size, false};
+    m_frameDue = false;
     if (resized) {
         QOpenGLFramebufferObjectFormat format;
         format.setAttachment(QOpenGLFramebufferObject::NoAttachment);

@@ -21,6 +21,7 @@
 // destroyed before the core is.
 #pragma once
 
+#include "MpvStartGate.h"
 #include "VideoFrameSource.h"
 
 #include <QSize>
@@ -50,6 +51,8 @@ public:
     void setPictureSize(const QSize& size);
     /// Draw the current frame again at the next output frame.
     void redraw();
+    /// Joins a start gate (MpvStartGate.h): new frames wait for the group.
+    void joinStartGate(const std::shared_ptr<MpvStartGate>& gate);
 
 private:
     explicit MpvFrameSource(mpv_render_context* render);
@@ -62,6 +65,8 @@ private:
     QSize m_pictureSize;
     quint64 m_serial = 0;
     bool m_hasFrame = false;                // m_target holds a rendered frame
+    bool m_frameDue = false;                // libmpv said a new frame is due, not rendered yet
+    std::shared_ptr<MpvStartGate> m_gate;   // while the layer's start is gated
 };
 
 } // namespace QtAV

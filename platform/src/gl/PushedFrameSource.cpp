@@ -19,8 +19,8 @@ void PushedFrameSource::push(const VideoFrame& frame)
         QMutexLocker lock(&m_mutex);
         m_frame = frame;
     }
-    if (!m_pending.exchange(true))
-        requestCompositorFrame();
+    m_pending.store(true);
+    requestCompositorFrame(); // folded by the compositor when already asked
 }
 
 QSize PushedFrameSource::pictureSize() const
