@@ -4,6 +4,7 @@
 #include "Console.h"
 #include "ControlServer.h"
 #include "HostSteps.h"
+#include "LayerCleanup.h"
 #include "OperationTable.h"
 #include "Progress.h"
 #include "ScreenService.h"
@@ -52,7 +53,9 @@ void Shutdown::begin(int code)
     m_server.close();
     m_screens.stopAllRecordings();
 
+    // As a host ends: render objects off the screens, then the layers.
     refileRemovedLayers();
+    removeRenderObjectsOfLiveLayers();
     UI_Proc_KELMOR_PlayersManage_Desktop::getInstance().clearAllPlayer();
     m_poll->start();
     poll();
@@ -70,6 +73,9 @@ void Shutdown::poll()
 
 void Shutdown::finish()
 {
+    if (const int left = deleteRenderObjectsLeftOnScreens())
+        console::note(QStringLiteral("%1 render object(s) of deleted layers were still on screens; destroyed")
+                          .arg(left));
     ScreenService::getInstance().closeAllScreens();
     QGuiApplication::exit(m_code);
 }

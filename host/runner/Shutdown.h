@@ -1,8 +1,10 @@
 // Shutdown: the orderly end of a run. Steps stop, recordings are finished,
-// every layer is ended through the registry (clearAllPlayer), the runner
+// every live layer's render objects are removed (delLayerAllRenderer) and
+// every layer is ended through the registry (clearAllPlayer); the runner
 // waits until the players have been released and deleted (that ends on
-// their own thread a little later), then closes the screens and leaves the
-// event loop with the exit code.
+// their own thread a little later), destroys render objects that deleted
+// layers left on screens, closes the screens and leaves the event loop with
+// the exit code.
 //
 // Threading: GUI thread.
 #pragma once

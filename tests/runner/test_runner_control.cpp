@@ -230,4 +230,33 @@ TEST(RunnerControl, ShowFileAndPortTogetherKeepServingAfterTheFileEnds)
     EXPECT_EQ(runner.waitForExit(), 5);
 }
 
+TEST(RunnerControl, SigtermEndsTheRunInOrderWithItsLayersEnded)
+{
+    ASSERT_FALSE(mediaDir().isEmpty());
+    LiveRunner runner;
+    const quint16 port = startListening(runner, freshWorkDir(QStringLiteral("control-sigterm")));
+    ASSERT_NE(port, 0);
+    LineClient client;
+    ASSERT_TRUE(client.connectTo(port));
+    const QByteArray layer = QStringLiteral(
+        "{\"op\": \"creatnewlayer\", \"args\": [{\"bankId\": 1, \"layerId\": 1, \"path\": \"%1/clip.mp4\", "
+        "\"groupID\": 1, \"type\": \"video\", \"timeLenMsec\": 4000, \"isSetPr\": false}]}\n"
+        "{\"op\": \"setLayerMediaType\", \"args\": [{\"bank\": 1, \"layer\": 1}, \"video\"]}\n"
+        "{\"op\": \"setCurPlayerCount\", \"args\": [1]}\n"
+        "{\"op\": \"playReady\", \"args\": [{\"bank\": 1, \"layer\": 1}, 0, false]}\n"
+        "{\"op\": \"waitFor\", \"signal\": \"sPlayReady\", \"timeoutMs\": 15000}\n")
+                                .arg(mediaDir())
+                                .toUtf8();
+    client.send(layer);
+    const QJsonObject ready = client.next([](const QJsonObject& o) { return isReply(o) && o.value(QStringLiteral("line")).toInt() == 5; });
+    ASSERT_EQ(ready.value(QStringLiteral("ok")).toString(), QStringLiteral("waitFor"));
+
+    runner.process().terminate(); // SIGTERM
+    EXPECT_EQ(runner.waitForExit(), 128 + 15);
+    const QString err = QString::fromUtf8(runner.process().readAllStandardError());
+    EXPECT_TRUE(err.contains(QStringLiteral("signal 15: ending the run"))) << err.toStdString();
+    // The layer was ended through the registry before the exit.
+    EXPECT_TRUE(err.contains(QStringLiteral("comand deletePlayer"))) << err.toStdString();
+}
+
 } // namespace

@@ -33,7 +33,7 @@ TEST(RunnerDemo, DemoShowRunsToItsEndWithEveryStepOkAndItsSnapshotsWritten)
     EXPECT_TRUE(run.badLines.isEmpty());
     EXPECT_TRUE(run.errors().isEmpty()) << run.errText.toStdString();
     EXPECT_TRUE(run.errText.contains(QStringLiteral("kelmor-show: demo finished")));
-    EXPECT_TRUE(run.errText.contains(QRegularExpression(QStringLiteral("demo\\.show \\d+\\.\\d s, step \\d+/58, offscreen"))))
+    EXPECT_TRUE(run.errText.contains(QRegularExpression(QStringLiteral("demo\\.show \\d+\\.\\d s, step \\d+/64, offscreen"))))
         << run.errText.toStdString();
 
     // The bank's three layers load in any order; everything after follows
@@ -46,7 +46,8 @@ TEST(RunnerDemo, DemoShowRunsToItsEndWithEveryStepOkAndItsSnapshotsWritten)
                                   "sendLoadAllComple layerId=3"}));
     EXPECT_EQ(events.mid(3), QStringList({"sPlayReady bankId=1", "sFadeinFinished",
                                           "sendLoadAllComple layerId=4",
-                                          "sendPlayerIndex bankId=1 layerId=2", "sFadeoutFinished"}));
+                                          "sendPlayerIndex bankId=1 layerId=2",
+                                          "sendLoadAllComple layerId=1", "sFadeoutFinished"}));
     ASSERT_EQ(run.hostLines(QStringLiteral("recordFinished")).size(), 1);
 
     for (const char* name : {"screen1-roi-and-still.png", "screen2-warps.png", "screen1-content-changed.png",

@@ -33,10 +33,11 @@ const QColor kRed(255, 0, 0), kGreen(0, 255, 0), kBlue(0, 0, 255), kWhite(255, 2
 
 /// Runs `layerSteps` on screen 1 (640 x 360) of bank 1, waits until the
 /// bank is ready and the picture has settled, and loads the snapshot.
-QImage snapshotAfter(const QString& name, const QString& layerSteps, qint64 readyAtMs = 500)
+QImage snapshotAfter(const QString& name, const QString& layerSteps, qint64 readyAtMs = 500,
+                     const QString& screenStep = openScreen(1))
 {
     const QString dir = freshWorkDir(name);
-    const QString show = openScreen(1) + layerSteps
+    const QString show = screenStep + layerSteps
         + step(QStringLiteral("setCurPlayerCount"), QStringLiteral("1"))
         + step(QStringLiteral("playReady"), layerRef(1, 1) + QStringLiteral(", %1, true").arg(readyAtMs))
         + waitFor(QStringLiteral("sPlayReady"), QStringLiteral("{\"bankId\": 1}"))
@@ -58,6 +59,22 @@ TEST(RunnerPixels, QuadrantClipAtFullScreenShowsEachQuadrantInItsCorner)
         QStringLiteral("pixels-quadrants"),
         createLayer(1, 1, QStringLiteral("${media}/quadrants.mp4"), QStringLiteral("video"))
             + addRenderer(1, 1, 1, 0, 0, 640, 360, 640, 360));
+    ASSERT_FALSE(image.isNull());
+    EXPECT_TRUE(colourAt(image, 160, 90, kRed));
+    EXPECT_TRUE(colourAt(image, 480, 90, kGreen));
+    EXPECT_TRUE(colourAt(image, 160, 270, kBlue));
+    EXPECT_TRUE(colourAt(image, 480, 270, kWhite));
+}
+
+TEST(RunnerPixels, WindowedScreenShowsTheQuadrantsInTheSamePlaces)
+{
+    ASSERT_FALSE(mediaDir().isEmpty());
+    const QImage image = snapshotAfter(
+        QStringLiteral("pixels-windowed"),
+        createLayer(1, 1, QStringLiteral("${media}/quadrants.mp4"), QStringLiteral("video"))
+            + addRenderer(1, 1, 1, 0, 0, 640, 360, 640, 360),
+        500,
+        QStringLiteral("{\"op\": \"openScreen\", \"id\": 1, \"width\": 640, \"height\": 360, \"windowed\": true}\n"));
     ASSERT_FALSE(image.isNull());
     EXPECT_TRUE(colourAt(image, 160, 90, kRed));
     EXPECT_TRUE(colourAt(image, 480, 90, kGreen));

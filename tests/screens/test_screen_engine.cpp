@@ -75,7 +75,17 @@ TEST_F(ScreenEngineTest, OnePlayerOnThreeScreensIsRenderedOncePerFrame)
     QImage out;
     ASSERT_TRUE(waitForPicture(1, &out));
     ASSERT_NE(player->frameSource(), nullptr);
-    const quint64 serial = player->frameSource()->serial();
+    // libmpv may still announce a redraw of the still (its size or state
+    // settling); wait until the picture is at rest.
+    quint64 serial = 0;
+    ASSERT_TRUE(waitUntil([&] {
+        const quint64 before = player->frameSource()->serial();
+        grab(1);
+        QTest::qWait(50);
+        grab(1);
+        serial = player->frameSource()->serial();
+        return serial == before && !player->frameSource()->hasPendingFrame();
+    }));
     for (int id = 1; id <= 3; ++id)
         expectQuadrants(grab(id));
     // Grabbing the three screens drew no new frame of the player: a still
@@ -100,4 +110,19 @@ TEST_F(ScreenEngineTest, PreviewShowsThePlayersPictureAtItsOwnSize)
     EXPECT_EQ(out.size(), QSize(96, 54));
     expectQuadrants(out);
     player->removeVideoRenderer(&preview);
+}
+
+TEST_F(ScreenTest, OnePushedFrameOnThreeScreensIsUploadedOnce)
+{
+    QtAV::AVPlayer* player = pushedPlayer(QImage());
+    for (int id = 1; id <= 3; ++id)
+        show(player, openScreen(id), QRect(0, 0, 320, 180));
+    grab(1);
+    ASSERT_NE(player->frameSource(), nullptr);
+    const quint64 before = player->frameSource()->serial();
+    player->pushFrame(QtAV::VideoFrame(quadrants()));
+    // One output frame draws all three screens from one upload.
+    for (int id = 1; id <= 3; ++id)
+        expectQuadrants(grab(id));
+    EXPECT_EQ(player->frameSource()->serial(), before + 1);
 }

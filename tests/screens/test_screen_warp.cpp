@@ -64,7 +64,11 @@ QPoint pixelAt(const QPointF& p)
 
 } // namespace
 
-TEST_F(ScreenTest, RectangleWarpOfTwoByThreePatchesMatchesThePlainDrawing)
+class ScreenWarpTest : public ScreenTest
+{
+};
+
+TEST_F(ScreenWarpTest, RectangleWarpOfTwoByThreePatchesMatchesThePlainDrawing)
 {
     const QRect target(20, 10, 600, 340);
     ScreenWidget* plainScreen = openScreen(1, 640, 360);
@@ -91,7 +95,7 @@ TEST_F(ScreenTest, RectangleWarpOfTwoByThreePatchesMatchesThePlainDrawing)
         << ", warped " << describe(warp.pixel(worst));
 }
 
-TEST_F(ScreenTest, PatchRegionsShowSwappedHalvesOfThePicture)
+TEST_F(ScreenWarpTest, PatchRegionsShowSwappedHalvesOfThePicture)
 {
     ScreenWidget* screen = openScreen(1);
     QtAV::NoxOpenGLRender* r =
@@ -113,7 +117,7 @@ TEST_F(ScreenTest, PatchRegionsShowSwappedHalvesOfThePicture)
     EXPECT_PIXEL(out, 163, 135, Qt::blue);
 }
 
-TEST_F(ScreenTest, CurvedWarpPutsThePictureOnTheBezierSurface)
+TEST_F(ScreenWarpTest, CurvedWarpPutsThePictureOnTheBezierSurface)
 {
     ScreenWidget* screen = openScreen(1, 640, 360);
     QtAV::NoxOpenGLRender* r =

@@ -78,7 +78,10 @@ Compositor::Compositor()
     connect(&effects, &EffectsService::effectsChanged, this, &Compositor::onEffectsChanged);
     connect(&effects, &EffectsService::monitorEffectsChanged, this,
             &Compositor::onMonitorEffectsChanged);
-    connect(&effects, &EffectsService::rendererListChanged, this, [this] { requestFrame(); });
+    connect(&effects, &EffectsService::rendererListChanged, this, [this] {
+        ++m_effectsChanges; // a bank's record may now reach other renderers
+        requestFrame();
+    });
     connect(&effects, &EffectsService::cleared, this, [this] {
         m_layerEffects.clear();
         m_screenEffects.clear();

@@ -162,14 +162,19 @@ Placement placementFor(const QtAV::RenderDrawState& s, const QSizeF& pictureSize
 {
     Placement p;
     p.revision = s.revision;
-    const QSizeF original = s.originalSize.isValid() && !s.originalSize.isEmpty() ? s.originalSize
-                                                                                 : pictureSize;
+    const bool usable = std::isfinite(s.originalSize.width()) && std::isfinite(s.originalSize.height())
+        && s.originalSize.width() > 0 && s.originalSize.height() > 0;
+    if (!usable && !s.originalSize.isNull())
+        qDebug() << "compositor: layer" << s.layerId << "screen" << s.screenId << "original size"
+                 << s.originalSize << "ignored; the picture's own size is used";
+    const QSizeF original = usable ? s.originalSize : pictureSize;
     QString why;
     const QRectF roi = normalisedRoi(s.roi, original, &why);
     if (!why.isEmpty())
         qDebug() << "compositor: layer" << s.layerId << "screen" << s.screenId
                  << "region of interest:" << why;
-    const bool warped = s.patch.rows > 0 && s.patch.cols > 0 && !s.patch.points.isEmpty();
+    // Any patch setting asks for the warp; one that cannot be drawn says why.
+    const bool warped = !s.patch.points.isEmpty() || s.patchCount > 0;
     if (warped) {
         why.clear();
         if (meshPlacement(s, roi, original, &p, &why))

@@ -1,0 +1,71 @@
+// Measuring for the media benchmarks: CPU and wall clocks, per-thread CPU,
+// percentiles, child processes measured with getrusage(RUSAGE_CHILDREN), and
+// the test clips they play, made with ffmpeg at run time.
+//
+// Threading: any thread; runChild's RUSAGE_CHILDREN figure is only right
+// when no other thread waits for children meanwhile.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <utility>
+#include <vector>
+
+namespace bench {
+
+using Clock = std::chrono::steady_clock;
+
+double msSince(Clock::time_point t0);
+/// CPU seconds (user + system) of this process, all threads.
+double selfCpuSeconds();
+/// CPU seconds (user + system) of the children waited for so far.
+double childrenCpuSeconds();
+/// "/proc/loadavg"'s three averages, e.g. "1.20 0.95 0.80".
+QString loadAverage();
+unsigned cores();
+
+/// CPU seconds per thread of this process, summed by thread name with its
+/// trailing digits removed ("llvmpipe-", "mpv/vo", ...), from /proc/self/task.
+/// Threads that ended are not counted: compare two snapshots taken while the
+/// same threads live.
+using ThreadCpu = std::vector<std::pair<QString, double>>;
+ThreadCpu threadCpu();
+/// Prints where the CPU time between two snapshots went, in ms per `frames`.
+void printThreadCpu(const ThreadCpu& before, const ThreadCpu& after, double frames);
+
+/// Nearest-rank percentile (p in 0..100) of unsorted values; 0 when empty.
+double percentile(std::vector<double> values, double p);
+double median(std::vector<double> values);
+
+struct ChildResult
+{
+    int exitCode = -1;          ///< -1: could not start or killed by a signal
+    double cpuSeconds = 0.0;    ///< RUSAGE_CHILDREN delta around the run
+    double wallSeconds = 0.0;
+    QByteArray out;             ///< stdout
+    QByteArray err;             ///< stderr
+};
+/// Runs a program to its end (argv[0] looked up in PATH), stdin from
+/// /dev/null, and measures it.
+ChildResult runChild(const QStringList& argv);
+
+/// A test clip: 1080p30 H.264 (testsrc2, x264 ultrafast, a keyframe every
+/// 2 s) with a sine tone in AAC.
+struct Clip
+{
+    QString path;
+    int frames = 0;     ///< video frames, from the container
+    double fps = 30.0;
+    double seconds = 0.0;
+    bool ok() const { return !path.isEmpty() && frames > 0; }
+};
+/// Makes the clip in `dir` (or reuses the one made by an earlier run).
+Clip ensureClip(const QString& dir, int seconds, int toneHz);
+/// A second file with the same content under another name (a real new load
+/// for a player that had the first one).
+Clip copyClip(const Clip& clip, const QString& suffix);
+
+} // namespace bench
