@@ -14,8 +14,11 @@
 // Reference: four bare libmpv cores (vo=null, the engine's other settings)
 // paused on their first frame, started with mpv_set_property(pause=no) on
 // each in a loop; a layer's first new frame is its first "time-pos" change
-// after the start, stamped on each core's event thread. These cores draw
-// nothing, so their spread is the start skew of libmpv itself.
+// after the start, stamped on each core's event thread. libmpv moves
+// "time-pos" when it hands a frame to the video output, ahead of the frame's
+// display time, so the reference's latency reads low (a few ms instead of
+// about one frame); its spread is the start skew of libmpv itself, with
+// nothing drawn.
 //
 // Target: worst spread <= 33 ms (one frame at 30 fps).
 //

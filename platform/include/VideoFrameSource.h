@@ -52,7 +52,15 @@ public:
     virtual bool hasPendingFrame() const = 0;
     /// The picture's own size; empty while unknown.
     virtual QSize pictureSize() const = 0;
+    /// A new frame is due but nothing shows this source: let the engine move
+    /// on without drawing it (GUI thread, compositor's context current).
+    virtual void discardPendingFrame() {}
 };
+
+/// Sources that must hear of output frames even while no screen shows them
+/// (an engine that waits for its frames to be taken). GUI thread.
+KELMOR_PLATFORM_EXPORT void registerFrameSource(VideoFrameSource* source);
+KELMOR_PLATFORM_EXPORT void unregisterFrameSource(VideoFrameSource* source);
 
 /// The compositor's GL context, made current on its own offscreen surface, or
 /// null where OpenGL is not available (no QGuiApplication, no GL driver).

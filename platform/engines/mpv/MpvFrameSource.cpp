@@ -38,6 +38,7 @@ std::unique_ptr<MpvFrameSource> MpvFrameSource::create(mpv_handle* mpv)
     }
     std::unique_ptr<MpvFrameSource> source(new MpvFrameSource(render));
     mpv_render_context_set_update_callback(render, &MpvFrameSource::onUpdate, source.get());
+    registerFrameSource(source.get());
     return source;
 }
 
@@ -52,6 +53,7 @@ MpvFrameSource::~MpvFrameSource()
     if (!compositorContext()) {
         qDebug() << "mpv: render context freed without its GL context";
     }
+    unregisterFrameSource(this);
     if (m_gate)
         m_gate->remove(this);
     mpv_render_context_set_update_callback(m_render, nullptr, nullptr);
@@ -73,6 +75,30 @@ void MpvFrameSource::setPictureSize(const QSize& size)
         return;
     m_pictureSize = size;
     redraw();
+}
+
+void MpvFrameSource::discardPendingFrame()
+{
+    m_pending.store(false);
+    const uint64_t flags = mpv_render_context_update(m_render);
+    if (m_frameDue || (flags & MPV_RENDER_UPDATE_FRAME))
+        skipFrame();
+}
+
+void MpvFrameSource::skipFrame()
+{
+    mpv_opengl_fbo fbo{0, 2, 2, 0};
+    int skip = 1;
+    int block = 0;
+    mpv_render_param params[] = {
+        {MPV_RENDER_PARAM_OPENGL_FBO, &fbo},
+        {MPV_RENDER_PARAM_SKIP_RENDERING, &skip},
+        {MPV_RENDER_PARAM_BLOCK_FOR_TARGET_TIME, &block},
+        {MPV_RENDER_PARAM_INVALID, nullptr},
+    };
+    mpv_render_context_render(m_render, params);
+    m_frameDue = false;
+    m_hasFrame = false; // the texture no longer holds the newest frame
 }
 
 void MpvFrameSource::joinStartGate(const std::shared_ptr<MpvStartGate>& gate)
@@ -97,8 +123,12 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
     // Ask libmpv whether a new frame is due; this also lets it go on.
     const uint64_t flags = mpv_render_context_update(m_render);
     if (m_pictureSize.isEmpty()) {
+        // No video (yet): nothing to draw, but libmpv waits for its frames to
+        // be taken, so a due one is taken undrawn.
+        if (m_frameDue || (flags & MPV_RENDER_UPDATE_FRAME))
+            skipFrame();
         m_hasFrame = false;
-        return FrameTexture(); // no video: nothing to draw
+        return FrameTexture();
     }
     m_frameDue = m_frameDue || (flags & MPV_RENDER_UPDATE_FRAME);
     if (m_gate && m_hasFrame) {

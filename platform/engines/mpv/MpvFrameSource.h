@@ -46,6 +46,7 @@ public:
     quint64 serial() const override { return m_serial; }
     bool hasPendingFrame() const override { return m_pending.load(); }
     QSize pictureSize() const override { return m_pictureSize; }
+    void discardPendingFrame() override;
 
     /// The source's picture size (empty: no video; nothing is drawn).
     void setPictureSize(const QSize& size);
@@ -57,6 +58,8 @@ public:
 private:
     explicit MpvFrameSource(mpv_render_context* render);
     static void onUpdate(void* self); // libmpv's threads
+    /// Lets libmpv take its due frame without drawing it.
+    void skipFrame();
 
     mpv_render_context* m_render;           // GUI thread
     std::atomic<bool> m_pending{false};     // a frame is due (any thread)

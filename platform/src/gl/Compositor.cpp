@@ -434,6 +434,12 @@ void Compositor::updateSources()
     addPreviewSources();
     for (SourceUse& use : m_sources)
         use.texture = use.source->updateTexture(use.wanted);
+    // Players no screen shows still get their due frames taken (undrawn), or
+    // their engine would wait for them.
+    for (QtAV::VideoFrameSource* source : registeredSources()) {
+        if (source->hasPendingFrame() && !sourceUse(source))
+            source->discardPendingFrame();
+    }
 }
 
 void Compositor::addPreviewSources()

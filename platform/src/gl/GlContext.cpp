@@ -115,6 +115,12 @@ QOffscreenSurface* sharedSurface()
     return shared().surface.get();
 }
 
+QVector<QtAV::VideoFrameSource*>& registeredSources()
+{
+    static QVector<QtAV::VideoFrameSource*> sources; // GUI thread
+    return sources;
+}
+
 void setActiveCompositor(Compositor* compositor)
 {
     QMutexLocker lock(&g_compositorMutex);
@@ -138,5 +144,17 @@ void requestCompositorFrame()
 }
 
 VideoFrameSource::~VideoFrameSource() = default;
+
+void registerFrameSource(VideoFrameSource* source)
+{
+    QVector<VideoFrameSource*>& all = kelmor::gl::registeredSources();
+    if (source && !all.contains(source))
+        all.append(source);
+}
+
+void unregisterFrameSource(VideoFrameSource* source)
+{
+    kelmor::gl::registeredSources().removeAll(source);
+}
 
 } // namespace QtAV

@@ -10,8 +10,14 @@
 
 #include "KelmorPlatformExport.h"
 
+#include <QVector>
+
 class QOpenGLContext;
 class QOffscreenSurface;
+
+namespace QtAV {
+class VideoFrameSource;
+}
 
 namespace kelmor::gl {
 
@@ -25,6 +31,9 @@ void resetDrawState(QOpenGLContext* context);
 
 /// Its offscreen surface (valid whenever sharedContext() is not null).
 QOffscreenSurface* sharedSurface();
+
+/// The sources registered with registerFrameSource (GUI thread).
+QVector<QtAV::VideoFrameSource*>& registeredSources();
 
 /// The compositor that requestCompositorFrame() reaches (set by the
 /// compositor itself as it is built and destroyed; any thread may read it).

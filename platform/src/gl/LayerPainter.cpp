@@ -55,6 +55,18 @@ vec4 shade(vec2 uv) {
 }
 )";
 
+// The same without colour work, for layers whose effects are all neutral:
+// on a software rasteriser the per-pixel pow of the full pipeline costs more
+// than the draw itself.
+const char* kPlainEffects = R"(
+uniform sampler2D picture;
+uniform float opacity;
+vec4 shade(vec2 uv) {
+    vec4 c = texture2D(picture, uv);
+    return vec4(c.rgb, c.a * opacity);
+}
+)";
+
 const char* kMeshFragment = R"(
 varying vec2 texCoord;
 void main() { gl_FragColor = shade(texCoord); }
@@ -79,10 +91,11 @@ void main() {
 }
 )";
 
-std::unique_ptr<QOpenGLShaderProgram> build(const char* vertex, const char* fragment)
+std::unique_ptr<QOpenGLShaderProgram> build(const char* vertex, const char* effects,
+                                            const char* fragment)
 {
     auto program = std::make_unique<QOpenGLShaderProgram>();
-    const QByteArray fragmentSource = QByteArray(kEffects) + fragment;
+    const QByteArray fragmentSource = QByteArray(effects) + fragment;
     if (!program->addShaderFromSourceCode(QOpenGLShader::Vertex, vertex)
         || !program->addShaderFromSourceCode(QOpenGLShader::Fragment, fragmentSource)) {
         qDebug() << "compositor: shader did not compile:" << program->log();
@@ -203,13 +216,15 @@ LayerPainter::~LayerPainter() = default;
 
 bool LayerPainter::ensurePrograms()
 {
-    if (m_mesh && m_quad)
+    if (m_mesh && m_quad && m_meshPlain && m_quadPlain)
         return true;
     if (m_failed)
         return false;
-    m_mesh = build(kMeshVertex, kMeshFragment);
-    m_quad = build(kQuadVertex, kQuadFragment);
-    m_failed = !m_mesh || !m_quad;
+    m_mesh = build(kMeshVertex, kEffects, kMeshFragment);
+    m_quad = build(kQuadVertex, kEffects, kQuadFragment);
+    m_meshPlain = build(kMeshVertex, kPlainEffects, kMeshFragment);
+    m_quadPlain = build(kQuadVertex, kPlainEffects, kQuadFragment);
+    m_failed = !m_mesh || !m_quad || !m_meshPlain || !m_quadPlain;
     return !m_failed;
 }
 
@@ -247,7 +262,11 @@ void LayerPainter::draw(const Placement& placement, const QtAV::FrameTexture& te
     gl->glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
 
     const bool quad = placement.mode == Placement::Quad;
-    QOpenGLShaderProgram& program = quad ? *m_quad : *m_mesh;
+    // Opacity is applied by both variants; the rest needs the full one.
+    const bool plain = effects.brightness == 0.f && effects.contrast == 1.f
+        && effects.saturation == 1.f && effects.gamma == 1.f;
+    QOpenGLShaderProgram& program = quad ? (plain ? *m_quadPlain : *m_quad)
+                                         : (plain ? *m_meshPlain : *m_mesh);
     program.bind();
     setCommonUniforms(program, texture, target, opacity, effects);
     const QVector<WarpVertex>& vertices = quad ? placement.quadCover : placement.vertices;

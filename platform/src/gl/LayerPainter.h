@@ -66,6 +66,8 @@ private:
 
     std::unique_ptr<QOpenGLShaderProgram> m_mesh;
     std::unique_ptr<QOpenGLShaderProgram> m_quad;
+    std::unique_ptr<QOpenGLShaderProgram> m_meshPlain; // neutral effects: no colour work
+    std::unique_ptr<QOpenGLShaderProgram> m_quadPlain;
     bool m_failed = false;
 };
 

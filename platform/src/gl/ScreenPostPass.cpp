@@ -94,8 +94,9 @@ void ScreenPostPass::run(QOpenGLFramebufferObject& compose, QOpenGLFramebufferOb
             m_failed = true;
         }
     }
-    if (!m_program) {
-        // Without the shader the picture still reaches the screen, unfinished.
+    if (!m_program || effects.isNeutral()) {
+        // Nothing to finish (or no shader): a copy, far cheaper than the
+        // shader on a software rasteriser.
         QOpenGLFramebufferObject::blitFramebuffer(&output, &compose);
         return;
     }

@@ -24,7 +24,8 @@ public:
     ScreenPostPass();
     ~ScreenPostPass();
 
-    /// Draws `compose` into `output` with `effects`.
+    /// Draws `compose` into `output` with `effects` (a plain copy when they
+    /// are neutral).
     void run(QOpenGLFramebufferObject& compose, QOpenGLFramebufferObject& output,
              const ScreenEffects& effects);
 
