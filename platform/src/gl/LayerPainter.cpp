@@ -143,11 +143,50 @@ bool meshPlacement(const QtAV::RenderDrawState& s, const QRectF& roi, const QSiz
     return true;
 }
 
+// Whether the quad (in order) turns the same way at every corner.
+bool isConvex(const QVector<QPointF>& c)
+{
+    int sign = 0;
+    for (int i = 0; i < 4; ++i) {
+        const QPointF a = c[(i + 1) % 4] - c[i];
+        const QPointF b = c[(i + 2) % 4] - c[(i + 1) % 4];
+        const double cross = a.x() * b.y() - a.y() * b.x();
+        const int s = cross > 0 ? 1 : (cross < 0 ? -1 : 0);
+        if (s != 0 && sign != 0 && s != sign)
+            return false;
+        if (s != 0)
+            sign = s;
+    }
+    return true;
+}
+
+// A crossed or concave quad has no projective map whose image is the quad
+// itself (its picture would fall outside it): it is drawn as given, as the
+// two triangles lt-lb-rb and lt-rb-rt, each mapped affinely.
+void trianglesPlacement(const QtAV::RenderDrawState& s, const QRectF& roi, Placement* out)
+{
+    const QVector<QPointF>& c = s.corners; // lt, lb, rb, rt
+    const float u0 = roi.left(), v0 = roi.top(), u1 = roi.right(), v1 = roi.bottom();
+    out->mode = Placement::Mesh;
+    out->vertices = {{float(c[0].x()), float(c[0].y()), u0, v0},
+                     {float(c[1].x()), float(c[1].y()), u0, v1},
+                     {float(c[2].x()), float(c[2].y()), u1, v1},
+                     {float(c[3].x()), float(c[3].y()), u1, v0}};
+    out->indices = {0, 1, 2, 0, 2, 3};
+    out->extent = boundsOf(out->vertices);
+}
+
 bool quadPlacement(const QtAV::RenderDrawState& s, const QRectF& roi, Placement* out, QString* why)
 {
     QTransform inverse;
     if (!quadUnprojection(s.corners, &inverse, why))
         return false;
+    if (!isConvex(s.corners)) {
+        qDebug() << "compositor: layer" << s.layerId << "screen" << s.screenId
+                 << "corners cross or bend inwards; drawn as two triangles as given";
+        trianglesPlacement(s, roi, out);
+        return true;
+    }
     out->mode = Placement::Quad;
     out->quadToUnit = inverse;
     out->roi = roi;

@@ -6,6 +6,8 @@
 // - four corners: the region of interest is mapped onto the quadrilateral
 //   projectively (the fragment shader inverts the quad's homography per
 //   pixel, so the mapping is exact, not the bilinear one of two triangles);
+//   a crossed or concave quad, which no projective map fills, is drawn as
+//   given: two triangles (lt-lb-rb, lt-rb-rt), each mapped affinely;
 // - otherwise the geometry rectangle.
 // Settings that cannot be drawn (non-finite numbers, degenerate quads, short
 // patch data, empty rectangles) fall back to the next way, with one debug line
