@@ -77,6 +77,13 @@ void MpvFrameSource::setPictureSize(const QSize& size)
     redraw();
 }
 
+bool MpvFrameSource::pollFrameDue()
+{
+    if (mpv_render_context_update(m_render) & MPV_RENDER_UPDATE_FRAME)
+        m_frameDue = true;
+    return m_frameDue;
+}
+
 void MpvFrameSource::discardPendingFrame()
 {
     m_pending.store(false);

@@ -52,6 +52,8 @@ public:
     void setPictureSize(const QSize& size);
     /// Draw the current frame again at the next output frame.
     void redraw();
+    /// Asks libmpv whether a new frame is due (GUI thread; the start gate).
+    bool pollFrameDue();
     /// Joins a start gate (MpvStartGate.h): new frames wait for the group.
     void joinStartGate(const std::shared_ptr<MpvStartGate>& gate);
 

@@ -1,5 +1,7 @@
 #include "MpvStartGate.h"
 
+#include "MpvFrameSource.h"
+
 #include <QDebug>
 
 namespace QtAV {
@@ -32,10 +34,13 @@ bool MpvStartGate::mayShow(MpvFrameSource* member, bool frameDue)
 {
     if (m_open)
         return true;
+    // Every member is asked, not only the one drawing now: when the gate
+    // opens, the members drawn earlier in this output frame must not have
+    // been held back already, so the first member to ask decides for all.
     bool all = true;
     for (Member& m : m_members) {
-        if (m.source == member && frameDue)
-            m.ready = true;
+        if (!m.ready)
+            m.ready = m.source == member ? frameDue : m.source->pollFrameDue();
         all = all && m.ready;
     }
     if (all || m_since.elapsed() >= kLimitMsec) {
