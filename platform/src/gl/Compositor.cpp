@@ -181,7 +181,9 @@ quint64 Compositor::drawCount(ScreenWidget* widget) const
 
 void Compositor::onEffectsChanged(int layerId)
 {
-    m_layerEffects.insert(layerId, parseLayerEffects(EffectsService::getInstance().effects(layerId)));
+    const QMap<QString, QVariant> record = EffectsService::getInstance().effects(layerId);
+    const QVariant bank = record.value(QStringLiteral("bankId"));
+    m_layerEffects.insert(layerId, LayerRecord{parseLayerEffects(record), bank.isValid(), bank.toInt()});
     ++m_effectsChanges;
     requestFrame();
 }
@@ -201,15 +203,14 @@ LayerEffects Compositor::layerEffectsFor(const Item& item) const
         return LayerEffects();
     // A record names its bank; where the layer's renderer list of that bank is
     // known, only those renderers take it.
-    const EffectsService& effects = EffectsService::getInstance();
-    const QVariant bank = effects.effects(item.state.layerId).value(QStringLiteral("bankId"));
-    if (bank.isValid()) {
-        const int key = packedKey(item.state.layerId, bank.toInt());
+    if (it->hasBank) {
+        const EffectsService& effects = EffectsService::getInstance();
+        const int key = packedKey(item.state.layerId, it->bank);
         if (effects.hasRendererList(key) && !effects.rendererList(key).contains(
                 static_cast<void*>(static_cast<QtAV::VideoRenderer*>(item.render))))
             return LayerEffects();
     }
-    return it.value();
+    return it->effects;
 }
 
 ScreenEffects Compositor::screenEffectsFor(int screenId) const
@@ -330,6 +331,15 @@ void Compositor::gatherItems(Screen& screen)
                      [](const Item& a, const Item& b) { return a.state.z < b.state.z; });
 }
 
+void Compositor::ensurePlacement(Memo& memo, const QtAV::RenderDrawState& state,
+                                 const QSizeF& picture)
+{
+    if (memo.placement.revision == state.revision && memo.placementPicture == picture)
+        return;
+    memo.placement = placementFor(state, picture);
+    memo.placementPicture = picture;
+}
+
 Compositor::Memo& Compositor::memoFor(const Item& item)
 {
     auto it = m_memos.find(item.render);
@@ -411,11 +421,7 @@ void Compositor::updateSources()
             const QSize picture = item.source->pictureSize();
             const QSizeF pictureF = picture.isEmpty() ? item.state.originalSize : QSizeF(picture);
             Memo& memo = memoFor(item);
-            if (memo.placement.revision != item.state.revision
-                || memo.placementPicture != pictureF) {
-                memo.placement = placementFor(item.state, pictureF);
-                memo.placementPicture = pictureF;
-            }
+            ensurePlacement(memo, item.state, pictureF);
             const QRectF roi = normalisedRoi(item.state.roi, pictureF);
             const QRectF extent = memo.placement.extent;
             QSize need(qCeil(extent.width() / std::max(roi.width(), 1e-3)),
@@ -477,15 +483,15 @@ void Compositor::fillPreviews()
             QOpenGLFramebufferObjectFormat format;
             format.setInternalTextureFormat(GL_RGBA8);
             memo.target = std::make_shared<QOpenGLFramebufferObject>(size, format);
+            QtAV::RenderDrawState whole;
+            whole.revision = 1;
+            whole.geometry = QRect(QPoint(0, 0), size);
+            memo.placement = placementFor(whole, QSizeF(size));
         }
-        QtAV::RenderDrawState whole;
-        whole.revision = 1;
-        whole.geometry = QRect(QPoint(0, 0), size);
         memo.target->bind();
         QOpenGLContext::currentContext()->functions()->glClearColor(0, 0, 0, 1);
         QOpenGLContext::currentContext()->functions()->glClear(GL_COLOR_BUFFER_BIT);
-        m_painter.draw(placementFor(whole, QSizeF(use->texture.size)), use->texture, size, 1.f,
-                       LayerEffects());
+        m_painter.draw(memo.placement, use->texture, size, 1.f, LayerEffects());
         memo.target->release();
         memo.serial = source->serial();
         memo.lastAt = now;
@@ -556,14 +562,10 @@ void Compositor::drawItem(Screen& screen, Item& item)
         texture = memo.received->updateTexture(QSize());
     if (!texture.isValid())
         return;
-    if (memo.placement.revision != item.state.revision || !item.source) {
-        const QSizeF picture = item.state.originalSize.isEmpty() ? QSizeF(texture.size)
-                                                                 : item.state.originalSize;
-        if (memo.placement.revision != item.state.revision || memo.placementPicture != picture) {
-            memo.placement = placementFor(item.state, picture);
-            memo.placementPicture = picture;
-        }
-    }
+    // The same picture size as when the source was sized, so the placement
+    // made then is reused; a received frame without a source has its own.
+    const QSize known = item.source ? item.source->pictureSize() : QSize();
+    ensurePlacement(memo, item.state, known.isEmpty() ? QSizeF(texture.size) : QSizeF(known));
     m_painter.draw(memo.placement, texture, screen.surface->size(), item.opacity,
                    layerEffectsFor(item));
 }

@@ -32,7 +32,6 @@
 #include <QElapsedTimer>
 #include <QHash>
 #include <QObject>
-#include <QPointer>
 #include <QTimer>
 #include <atomic>
 #include <memory>
@@ -118,6 +117,8 @@ private:
     void drawScreen(Screen& screen);
     void drawItem(Screen& screen, Item& item);
     Memo& memoFor(const Item& item);
+    /// Makes memo.placement current for these settings and picture size.
+    void ensurePlacement(Memo& memo, const QtAV::RenderDrawState& state, const QSizeF& picture);
     LayerEffects layerEffectsFor(const Item& item) const;
     ScreenEffects screenEffectsFor(int screenId) const;
     void onEffectsChanged(int layerId);
@@ -139,7 +140,13 @@ private:
     std::vector<SourceUse> m_sources;                 // this tick's sources, reused
     QHash<const QtAV::NoxOpenGLRender*, Memo> m_memos;
     QHash<QtAV::AVPlayer*, quint64> m_virtualFed;     // player -> screen draws pushed
-    QHash<int, LayerEffects> m_layerEffects;          // parsed once per change
+    struct LayerRecord
+    {
+        LayerEffects effects;
+        bool hasBank = false;  // the record names its bank ("bankId")
+        int bank = 0;
+    };
+    QHash<int, LayerRecord> m_layerEffects;           // parsed once per change
     QHash<int, QPair<quint64, ScreenEffects>> m_screenEffects; // id -> (change order, effects)
     quint64 m_effectsChanges = 0;
     struct PreviewMemo
@@ -147,6 +154,7 @@ private:
         quint64 serial = ~quint64(0);
         qint64 lastAt = -1000000;
         std::shared_ptr<QOpenGLFramebufferObject> target; // shared: QHash copies memos
+        Placement placement;  // the whole picture over the target, made with it
     };
     QHash<QtAV::PreviewRenderer*, PreviewMemo> m_previews;
     LayerPainter m_painter;

@@ -110,7 +110,7 @@ std::unique_ptr<QOpenGLShaderProgram> build(const char* vertex, const char* effe
     return program;
 }
 
-bool finite(const QRect& r)
+bool hasArea(const QRect& r)
 {
     return r.width() > 0 && r.height() > 0;
 }
@@ -241,7 +241,7 @@ Placement placementFor(const QtAV::RenderDrawState& s, const QSizeF& pictureSize
         qDebug() << "compositor: layer" << s.layerId << "screen" << s.screenId
                  << "corners ignored:" << why;
     }
-    if (!finite(s.geometry)) {
+    if (!hasArea(s.geometry)) {
         qDebug() << "compositor: layer" << s.layerId << "screen" << s.screenId << "geometry"
                  << s.geometry << "is empty; nothing drawn";
         return p;
