@@ -19,13 +19,16 @@
 //   player_removal.cpp          delRenderer, delLayerAllRenderer, delCustomRenderer
 //   player_volume.cpp           setVolumeState and its worker job
 //   player_common.cpp           the helpers below
+//   player_bounds.cpp           saturation of host geometry, its report
 #pragma once
 
 #include "ScreenKey.h"
 
 #include <QList>
 #include <QMap>
+#include <QRect>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 namespace QtAV {
@@ -109,6 +112,34 @@ RendererGeometry readRendererGeometry(const QMap<QString, QVariant>& record,
 /// The render object behind a rendererMap entry, or null when the entry is
 /// null or holds a renderer of another class.
 QtAV::NoxOpenGLRender* asRenderObject(QtAV::VideoRenderer* renderer);
+
+/// What one geometry command had to saturate (host values a render object
+/// cannot hold, positions with no int value), told in one debug line
+/// "<command>: saturated: ..." when the command ends. Each public geometry
+/// command opens one; a command run inside another (addRenderer's region of
+/// interest) reports through the outermost, so a command logs at most once.
+/// Lives on the stack of the service's thread, for the command's duration.
+class SaturationReport
+{
+public:
+    explicit SaturationReport(const char* command);
+    ~SaturationReport();
+    SaturationReport(const SaturationReport&) = delete;
+    SaturationReport& operator=(const SaturationReport&) = delete;
+
+    /// Adds `what` to the open report (once, however often it is noted);
+    /// with none open it is logged at once.
+    static void note(const QString& what);
+
+private:
+    const char* m_command;             // the outermost command's name
+    QStringList m_notes;               // what was saturated, in order
+    SaturationReport* m_outer;         // the report open before this one
+};
+
+/// The placement (x, y, width, height) as a render object keeps it
+/// (NoxOpenGLRender::boundedGeometry); a clamped value is noted.
+QRect boundedPlacement(int x, int y, int width, int height);
 
 } // namespace kelmor
 

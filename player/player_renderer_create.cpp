@@ -31,6 +31,7 @@ bool showsOnScreen(const ScenePlayer& scene, const ScreenKey& key)
 
 void UI_Proc_KELMOR_Player_Desktop::addRenderer(QMap<QString, QVariant> command)
 {
+    SaturationReport saturation("addRenderer");
     const RendererGeometry g = readRendererGeometry(command, {
         "bankId", "screenId", "screenType", "clientGuid", "layerId", "frameX", "frameY",
         "rendererX", "rendererY", "crossWidth", "crossHeight", "originalWidth",
@@ -55,7 +56,8 @@ void UI_Proc_KELMOR_Player_Desktop::addRenderer(QMap<QString, QVariant> command)
         auto* render = new QtAV::NoxOpenGLRender();
         render->setOriginalWH(static_cast<double>(g.originalWidth),
                               static_cast<double>(g.originalHeight));
-        render->setGeometry(g.rendererX, g.rendererY, g.crossWidth, g.crossHeight);
+        const QRect placed = boundedPlacement(g.rendererX, g.rendererY, g.crossWidth, g.crossHeight);
+        render->setGeometry(placed.x(), placed.y(), placed.width(), placed.height());
         render->setPlayerLayerID(g.screen.screenId, g.layerId);
         player->addVideoRenderer(render);
         render->setFrameRate(player->statistics().video.frame_rate);
@@ -66,7 +68,7 @@ void UI_Proc_KELMOR_Player_Desktop::addRenderer(QMap<QString, QVariant> command)
 
         // Replaces a null entry of the same screen number, if any.
         scene->rendererMap.insert(g.screen, render);
-        render->resizeRenderer(g.crossWidth, g.crossHeight);
+        render->resizeRenderer(placed.width(), placed.height());
 
         if (g.isRotation) {
             // A rotated layer is placed by its rotated bounding box; its

@@ -15,6 +15,7 @@ using namespace kelmor;
 
 void UI_Proc_KELMOR_Player_Desktop::moveRenderer(QMap<QString, QVariant> command)
 {
+    SaturationReport saturation("moveRenderer");
     const RendererGeometry g = readRendererGeometry(command, {
         "screenId", "bankId", "screenType", "clientGuid", "layerId", "frameX", "frameY",
         "rendererX", "rendererY", "crossWidth", "crossHeight", "originalWidth",
@@ -43,11 +44,14 @@ void UI_Proc_KELMOR_Player_Desktop::moveRenderer(QMap<QString, QVariant> command
                 qDebug() << "moveRenderer renderer is NULL";
                 return;
             }
-            if (QtAV::NoxOpenGLRender* render = asRenderObject(renderer))
-                render->setGeometry(g.rendererX, g.rendererY, g.crossWidth, g.crossHeight);
-            else
+            if (QtAV::NoxOpenGLRender* render = asRenderObject(renderer)) {
+                const QRect placed =
+                    boundedPlacement(g.rendererX, g.rendererY, g.crossWidth, g.crossHeight);
+                render->setGeometry(placed.x(), placed.y(), placed.width(), placed.height());
+            } else {
                 qDebug() << "moveRenderer: screen" << g.screen.screenId
                          << "holds no render object; geometry not set";
+            }
             // The tail below sets the same three things again with the same
             // values; the repetition is harmless and kept.
             setScalOriginalRatio(g.originalWidth, g.originalHeight,

@@ -36,16 +36,19 @@ void UI_Proc_KELMOR_Player_Desktop::resizeRenderer(QMap<QString, QVariant> comma
         scene->rendererMap.remove(g.screen);
         return;
     }
+    // The size follows the placement, saturated alike.
+    const QRect placed = boundedPlacement(x, y, width, height);
     if (QtAV::NoxOpenGLRender* render = asRenderObject(renderer))
-        render->setGeometry(x, y, width, height);
+        render->setGeometry(placed.x(), placed.y(), placed.width(), placed.height());
     else
         qDebug() << "resizeRenderer: screen" << g.screen.screenId
                  << "holds no render object; geometry not set";
-    renderer->resizeRenderer(width, height);
+    renderer->resizeRenderer(placed.width(), placed.height());
 }
 
 void UI_Proc_KELMOR_Player_Desktop::resizeRenderer(QMap<QString, QVariant> command)
 {
+    SaturationReport saturation("resizeRenderer");
     const RendererGeometry g = readRendererGeometry(command, {
         "screenId", "bankId", "screenType", "clientGuid", "layerId", "frameX", "frameY",
         "rendererX", "rendererY", "crossWidth", "crossHeight", "originalWidth",

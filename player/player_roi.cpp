@@ -18,12 +18,16 @@ namespace {
 
 /// Truncates toward zero. A value with no int truncation (NaN, an infinity
 /// from a zero-size ratio, or out of range) gives INT_MIN, the value the x86
-/// conversion instruction itself yields for such input.
-int truncateToInt(double value)
+/// conversion instruction itself yields for such input; that is noted for
+/// the command's report, under `axis`.
+int truncateToInt(double value, const char* axis)
 {
     if (std::isnan(value) || value <= static_cast<double>(INT_MIN) - 1.0
-        || value >= static_cast<double>(INT_MAX) + 1.0)
+        || value >= static_cast<double>(INT_MAX) + 1.0) {
+        SaturationReport::note(QStringLiteral("region of interest %1 %2 has no int value; %3 used")
+                                   .arg(QLatin1String(axis)).arg(value).arg(INT_MIN));
         return INT_MIN;
+    }
     return static_cast<int>(value);
 }
 
@@ -32,6 +36,7 @@ int truncateToInt(double value)
 void UI_Proc_KELMOR_Player_Desktop::setRegionOfInterest(QMap<QString, QVariant> record,
                                                         int x, int y, int width, int height)
 {
+    SaturationReport saturation("setRegionOfInterest");
     const int layerId = record.value(QStringLiteral("layerId")).toInt();
     const int bankId = record.value(QStringLiteral("bankId")).toInt();
     const ScreenKey key = screenKeyOf(record);
@@ -57,7 +62,7 @@ void UI_Proc_KELMOR_Player_Desktop::setRegionOfInterest(QMap<QString, QVariant> 
     }
 
     // Position is truncated to whole units, the size is kept exact.
-    const double roiX = truncateToInt(x * sx);
-    const double roiY = truncateToInt(y * sy);
+    const double roiX = truncateToInt(x * sx, "x");
+    const double roiY = truncateToInt(y * sy, "y");
     renderer->setRegionOfInterest(roiX, roiY, width * sx, height * sy);
 }

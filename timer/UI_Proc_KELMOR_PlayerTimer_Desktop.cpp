@@ -19,7 +19,7 @@ constexpr int kStopped = 1200;
 constexpr int kPlaying = 1201;
 constexpr int kPaused = 1202;
 
-// One tick of the loop, as a relative sleep.
+// One tick of the loop, as a relative wait on the monotonic clock.
 constexpr std::chrono::nanoseconds kTick{20000000};
 // Progress is reported on every fifth tick (about ten reports a second).
 constexpr int kReportEvery = 5;
@@ -78,7 +78,22 @@ UI_Proc_KELMOR_PlayerTimer_Desktop::~UI_Proc_KELMOR_PlayerTimer_Desktop()
         closing = true;
         running = false;
     }
+    wakeLoop();
     joinTimerThread();
+}
+
+void UI_Proc_KELMOR_PlayerTimer_Desktop::waitForTick()
+{
+    const auto due = std::chrono::steady_clock::now() + kTick;
+    std::unique_lock<std::mutex> lock(stateMutex);
+    tickWake.wait_until(lock, due, [this] { return !running; });
+}
+
+void UI_Proc_KELMOR_PlayerTimer_Desktop::wakeLoop()
+{
+    // Called after running was cleared under stateMutex: the loop either
+    // sees it before it waits or is notified while it waits.
+    tickWake.notify_all();
 }
 
 void UI_Proc_KELMOR_PlayerTimer_Desktop::joinTimerThread()
@@ -137,7 +152,7 @@ void UI_Proc_KELMOR_PlayerTimer_Desktop::startTimer()
 
     int tick = 0;
     while (running) {
-        std::this_thread::sleep_for(kTick);
+        waitForTick();
         {
             std::lock_guard<std::mutex> lock(progressMutex);
             const double elapsedMs = (nowNs() - startTime) / kNsPerMs;
@@ -195,6 +210,9 @@ void UI_Proc_KELMOR_PlayerTimer_Desktop::stopTimer()
         currProgress = 0;
         startTime = nowNs();
     }
+    // A playing loop ends now, not at its next tick; woken after the reset,
+    // its last tick measures from the reset start time.
+    wakeLoop();
     // A paused timer has no loop left to report the stop, so it is reported
     // here; a playing loop reports it itself when it ends.
     bool reportStop = false;
@@ -212,9 +230,12 @@ void UI_Proc_KELMOR_PlayerTimer_Desktop::stopTimer()
 void UI_Proc_KELMOR_PlayerTimer_Desktop::pauseTimer(bool isPause)
 {
     if (isPause) {
-        std::lock_guard<std::mutex> lock(stateMutex);
-        running = false;
-        playState = kPaused;
+        {
+            std::lock_guard<std::mutex> lock(stateMutex);
+            running = false;
+            playState = kPaused;
+        }
+        wakeLoop(); // the loop takes the position reached and ends now
     }
     // Resuming is startThread's job; pauseTimer(false) only reports.
     emit paused(layerId, bankId, isPause);

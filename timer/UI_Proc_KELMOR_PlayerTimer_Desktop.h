@@ -7,6 +7,9 @@
 //
 // The loop (startTimer) ticks every 20 ms; progress is reported on ticks
 // 1, 6, 11, ... of a run (about 20 ms after the start, then every 100 ms).
+// Between ticks the loop waits on a condition variable, so that a stop, a
+// pause or the destruction wakes it at once: it does that tick's work right
+// away and ends, and whoever waits for it (a join) is never held for a tick.
 // The end of a pass reports progress 0 at once. With setRepeat(n) an item
 // plays n + 1 passes. Play states: 1200 stopped, 1201 playing, 1202 paused.
 //
@@ -28,6 +31,7 @@
 
 #include <QObject>
 #include <atomic>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -72,6 +76,11 @@ signals:
 private:
     /// Joins and deletes the loop's thread; throws when called on it.
     void joinTimerThread();
+    /// The loop's wait for its next tick: 20 ms, or less when the run is
+    /// ended (running false) in the meantime.
+    void waitForTick();
+    /// Wakes the loop from its wait after running was set false.
+    void wakeLoop();
 
     const int layerId;                   // constant
     const int bankId;                    // constant
@@ -83,6 +92,9 @@ private:
     qint64 progressBase = 0;             // progressMutex
     bool launchPending = false;          // stateMutex; startThread set the state, the loop has not begun
     std::mutex stateMutex;
+    // Waited on by the loop with stateMutex, for its next tick; notified
+    // when running goes false (stop, pause, destruction).
+    std::condition_variable tickWake;
     qint64 startTime = 0;                // progressMutex; monotonic nanoseconds
     std::mutex progressMutex;
     std::atomic<int> playState{1200};    // written under stateMutex or by the loop

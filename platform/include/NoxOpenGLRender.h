@@ -54,9 +54,20 @@ public:
     void setOriginalWH(double width, double height);
     QSizeF originalSize() const;
 
-    /// Where the picture sits on the screen widget.
+    /// Where the picture sits on the screen widget. Positions and sizes are
+    /// kept within +-kPlacementLimit pixels: a value beyond is saturated
+    /// there, with a debug line.
     void setGeometry(int x, int y, int width, int height);
     QRect geometry() const;
+
+    /// How far a placement reaches from the origin, in pixels: far beyond any
+    /// screen, and small enough that every edge of the rectangle (x + width,
+    /// x - 1, a sum of two placements) is an int.
+    static constexpr int kPlacementLimit = (1 << 30) - 1;
+    /// The rectangle setGeometry keeps for (x, y, width, height): each value
+    /// clamped to +-kPlacementLimit. `saturated`, when given, tells whether
+    /// any value was clamped.
+    static QRect boundedGeometry(int x, int y, int width, int height, bool* saturated = nullptr);
 
     /// Screen number and layer number this render object belongs to.
     void setPlayerLayerID(int screenId, int layerId);

@@ -1,6 +1,10 @@
 // The render object's settings; drawing reads them.
 #include "NoxOpenGLRender.h"
 
+#include <QDebug>
+
+#include <algorithm>
+
 namespace QtAV {
 
 NoxOpenGLRender::NoxOpenGLRender() = default;
@@ -23,10 +27,31 @@ QSizeF NoxOpenGLRender::originalSize() const
     return m_originalSize;
 }
 
+QRect NoxOpenGLRender::boundedGeometry(int x, int y, int width, int height, bool* saturated)
+{
+    bool clamped = false;
+    auto bound = [&clamped](int v) {
+        const int b = std::clamp(v, -kPlacementLimit, kPlacementLimit);
+        clamped = clamped || b != v;
+        return b;
+    };
+    // QRect keeps the far edge x + width - 1; with both terms bounded it
+    // cannot overflow, nor can width() = right - left + 1.
+    const QRect rect(bound(x), bound(y), bound(width), bound(height));
+    if (saturated)
+        *saturated = clamped;
+    return rect;
+}
+
 void NoxOpenGLRender::setGeometry(int x, int y, int width, int height)
 {
+    bool saturated = false;
+    const QRect rect = boundedGeometry(x, y, width, height, &saturated);
+    if (saturated)
+        qDebug() << "NoxOpenGLRender::setGeometry: (" << x << y << width << height
+                 << ") saturated to" << rect;
     SettingsWrite write(*this);
-    m_geometry = QRect(x, y, width, height);
+    m_geometry = rect;
 }
 
 QRect NoxOpenGLRender::geometry() const
