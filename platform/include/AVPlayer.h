@@ -22,8 +22,10 @@
 // Transport, as the engines implement it (the libmpv engine's details are in
 // platform/engines/mpv/MpvBackend.h):
 // - setFile opens the source paused with its first frame ready; loaded()
-//   follows once it is open (statistics() then holds its frame rate and size).
-//   A source that cannot be opened writes a debug line and emits nothing.
+//   follows once it is open and its first picture (or its sound) has been
+//   decoded (statistics() then holds its frame rate and size).
+// - A source that cannot be played emits mediaError(path, reason) and never
+//   loaded() or playReadySucess() for that attempt (see "Media errors").
 // - pause(false) starts or resumes; after the end of the last pass it starts
 //   again from the start position. pause(true) pauses.
 // - stop() pauses at the start position and emits stopped(); the end of the
@@ -40,6 +42,26 @@
 //   once; stopFadeIn/stopFadeOut leave a running fade where it stands.
 // - With the master clock external, the position follows
 //   updateExternalClock: small drift by playback speed, jumps by a seek.
+//
+// Media errors, for hosts: mediaError(path, reason) is emitted on the
+// player's thread, from the event loop (never inside the call that opened
+// the source), usually within a fraction of a second of setFile() or
+// playReady(), when the source cannot be played:
+// - it is missing, a directory, empty or unreadable;
+// - it is not media (text, random bytes, an unknown format) or a playlist;
+// - it opens but neither a picture nor sound can be decoded from it (a
+//   damaged header, a picture that is not one);
+// - a stream or device cannot be reached (a live stream that drops later
+//   is reopened instead, see MpvBackend.h).
+// `path` is the source as given; `reason` is a short human-readable text
+// (its words are not a stable interface). It comes once per attempt: a
+// later setFile() or playReady() of the same bad source reports it again.
+// An attempt that errs emits neither loaded() nor playReadySucess(). A
+// damaged file that does open and decode plays what it can and ends like
+// any other, with no mediaError. Connect to it as to the other signals:
+//
+//   QObject::connect(player, &QtAV::AVPlayer::mediaError, host,
+//                    [](const QString& path, const QString& reason) { ... });
 #pragma once
 
 #include "AVClock.h"
@@ -151,6 +173,8 @@ signals:
     void fadeInFinished();
     void playReadySucess();
     void sig_deleteObj();
+    /// The source `path` cannot be played; see "Media errors" above.
+    void mediaError(const QString& path, const QString& reason);
 
 private:
     class EventSink;

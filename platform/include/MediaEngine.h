@@ -54,6 +54,13 @@ public:
     virtual void fadeOutFinished() = 0;
     virtual void playReadySucess() = 0;        ///< the frame asked for is ready
     virtual void released() = 0;               ///< the backend let go of its media
+    /// The source `path` cannot be played (missing, not media, nothing in it
+    /// decodes, unreachable); `reason` says why in a few words. Reported once
+    /// per attempt to open it, and never together with loaded() or
+    /// playReadySucess() for that attempt. Reported from the event loop,
+    /// never from inside the call that opened the source, so that a host that
+    /// connects right after that call still hears of it.
+    virtual void mediaError(const QString& path, const QString& reason) = 0;
 };
 
 /// One player's media work. Unless noted, called on the player's thread.

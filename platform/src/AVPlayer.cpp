@@ -27,6 +27,12 @@ public:
     void fadeOutFinished() override { emit m_player->fadeOutFinished(); }
     void playReadySucess() override { emit m_player->playReadySucess(); }
     void released() override { m_player->announceDeletion(); }
+    void mediaError(const QString& path, const QString& reason) override
+    {
+        if (path.isEmpty() || reason.isEmpty())
+            qDebug() << "mediaError: report without a path or a reason:" << path << reason;
+        emit m_player->mediaError(path, reason);
+    }
 
 private:
     AVPlayer* m_player;

@@ -25,6 +25,8 @@ enum class Tag : std::uint8_t {
     ReadySeek, // the seek of a play-ready; serial = the ready serial
     Stat,      // a figure read when a source is loaded; serial = load serial
     StatLast,  // the last of those: the source counts as loaded after it
+    Probe,     // whether a picture or sound was decoded; serial = load serial
+    ProbeLast, // the last of those: the source is judged after it
     Set,       // a property change; serial = the Prop
     Command,   // any other command; serial unused
 };

@@ -3,6 +3,7 @@
 #include "MpvBackend.h"
 
 #include "MpvAsync.h"
+#include "MpvAudioChoice.h"
 #include "MpvClock.h"
 #include "MpvDecoders.h"
 #include "MpvReaper.h"
@@ -71,6 +72,13 @@ void MpvBackend::open(const QString& file)
     m_loaded = false;
     m_failed = false;
     m_ended = false;
+    m_playable = false;
+    m_judging = false;
+    m_probeHits = 0;
+    m_figuresRead = false;
+    m_loadReported = false;
+    m_endHeld = false;
+    m_errorSent = false;
     m_paused = true;
     m_ready = Ready();
     m_position = 0;
@@ -89,6 +97,10 @@ void MpvBackend::open(const QString& file)
     rearmRepeat();
     if (file.isEmpty()) {
         command(m_mpv, tag(Tag::Command), {"stop"});
+        return;
+    }
+    if (refuseLocalPath(file)) {
+        command(m_mpv, tag(Tag::Command), {"stop"}); // the last source goes all the same
         return;
     }
     sendLoad();
@@ -313,7 +325,7 @@ void MpvBackend::setChannelLayout(int layout)
 
 void MpvBackend::applyAudioOutput(const QString& ao, const QString& device)
 {
-    m_audio.setOutput(ao.toUtf8(), device.toUtf8());
+    m_audio.setOutput(MpvAudioChoice::outputsFor(ao), device.toUtf8());
 }
 
 QString MpvBackend::propertyForDiagnostics(const char* name) const

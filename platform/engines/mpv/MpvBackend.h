@@ -22,8 +22,9 @@
 // asked for) are dropped.
 //
 // Transport, as this engine implements the seam:
-// - open(file): loads paused; loaded() follows once the source is open and
-//   its figures (frame rate, size) are read. An empty file unloads the core.
+// - open(file): loads paused; loaded() follows once the source is open, its
+//   figures (frame rate, size) are read and a picture or sound was decoded
+//   from it (see "Bad sources"). An empty file unloads the core.
 // - setPaused(false) starts or resumes; after the end of the last pass it
 //   starts again from the start position. setPaused(true) pauses.
 // - stop(): pauses, goes back to the start position (the source stays loaded)
@@ -47,11 +48,18 @@
 // - Decoders (MpvDecoders.h): one debug line per source names the decoder.
 // - release(): the core is destroyed on the reaper's thread (MpvReaper.h),
 //   then released() is reported on the player's thread.
-// - A source that cannot be opened (missing, unreadable, not media,
-//   unreachable) writes one debug line with libmpv's reason ("mpv: cannot
-//   play ...") and reports nothing else; the next open works as usual. A
-//   damaged source that does open plays what can be decoded and then ends
-//   like any other.
+// - Bad sources (MpvBackendChecks.cpp): a source that cannot be played is
+//   reported with sink.mediaError(path, reason) and one debug line ("mpv:
+//   cannot play ..."), once per open; the next open works as usual. A local
+//   path that is missing, a directory, an empty file or unreadable is refused
+//   before libmpv sees it; libmpv refuses what is not media, a playlist and
+//   an unreachable URL. A source that opens is judged at its first
+//   PLAYBACK_RESTART (its first frame, or its end, is there): unless a
+//   picture ("video-params") or sound ("audio-params") was decoded from it,
+//   it is an error. loaded() and playReadySucess() wait for that judgement,
+//   so a source that errs never reports either; neither do positions or the
+//   end of the item. A damaged source that does decode plays what it can and
+//   then ends like any other.
 //
 // Live sources (MpvSources.h): the media type chooses the URL and per-file
 // loadfile options. "captureCard" (a device path, opened as
@@ -143,6 +151,7 @@ private:
         bool active = false;    // a play-ready is under way
         bool seekSent = false;  // its seek was requested
         bool armed = false;     // libmpv accepted the seek: the next restart is it
+        bool restarted = false; // its frame is there; waiting for the source's judgement
         bool pause = true;      // held paused afterwards
         qint64 msec = 0;
         std::uint64_t serial = 0;
@@ -161,6 +170,19 @@ private:
     void onStatReply(const mpv_event& event);
     void reportDecoder(const QString& hwdecCurrent);
     void syncPictureSize();
+    void completeReady();               // the play-ready's frame is there: report it
+
+    // Bad sources (MpvBackendChecks.cpp).
+    /// A local path that cannot be media (missing, a directory, empty,
+    /// unreadable): reported from the event loop; true when refused.
+    bool refuseLocalPath(const QString& file);
+    /// Asks the core whether a picture or sound was decoded (once per open).
+    void judgeSource();
+    void onProbeReply(const mpv_event& event);
+    /// The current source cannot be played: lets go of it and reports it.
+    void failSource(const QString& reason);
+    /// loaded() once the figures are read and the source was judged playable.
+    void reportLoadedWhenDue();
 
     // Transport steps shared by the commands (MpvBackend.cpp).
     void requestPause(bool paused);
@@ -190,6 +212,13 @@ private:
     bool m_loaded = false;               // FILE_LOADED seen for the wanted entry
     bool m_failed = false;               // the current source could not be opened
     bool m_ended = false;                // the last pass ended (stopped() sent)
+    bool m_playable = false;             // a picture or sound was decoded from the source
+    bool m_judging = false;              // the decoding probe is under way
+    int m_probeHits = 0;                 // probe replies that found a decoded stream
+    bool m_figuresRead = false;          // the figures of loaded() are in
+    bool m_loadReported = false;         // loaded() sent for this open
+    bool m_endHeld = false;              // the end came before the source was judged
+    bool m_errorSent = false;            // mediaError sent for this open
     bool m_paused = true;                // what the player asked for
     bool m_released = false;
     Ready m_ready;
@@ -207,6 +236,7 @@ private:
     double m_containerFps = 0.0;
     double m_estimatedFps = 0.0;
     QString m_reportedDecoder;           // hwdec-current already written for this source
+    QString m_hwdecSeen;                 // the last "hwdec-current" observed
 
     // Live sources (MpvSources.h); the functions are in MpvBackendLive.cpp.
     // Player's thread.

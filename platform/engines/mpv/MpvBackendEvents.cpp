@@ -3,6 +3,7 @@
 #include "MpvBackend.h"
 
 #include "MpvAsync.h"
+#include "MpvAudioChoice.h"
 #include "MpvDecoders.h"
 #include "MpvRelay.h"
 
@@ -28,6 +29,7 @@ enum Observed : std::uint64_t {
     ObsHwdecCurrent,
     ObsSampleRate,
     ObsChannels,
+    ObsCurrentAo,
 };
 
 struct Observation
@@ -47,6 +49,7 @@ const Observation kObserved[] = {
     {ObsHwdecCurrent, "hwdec-current", MPV_FORMAT_STRING},
     {ObsSampleRate, "audio-params/samplerate", MPV_FORMAT_INT64},
     {ObsChannels, "audio-params/channel-count", MPV_FORMAT_INT64},
+    {ObsCurrentAo, "current-ao", MPV_FORMAT_STRING},
 };
 
 double doubleOf(const mpv_event_property& p)
@@ -89,7 +92,9 @@ void MpvBackend::startCore()
         return;
     }
     const MpvEngineOptions engineOptions = m_engine.options();
-    const QByteArray ao = engineOptions.audioOutput.toUtf8();
+    // The host's output, or the engine's own list (MpvAudioChoice.h): never
+    // libmpv's default order, which ends in outputs unsafe with several cores.
+    const QByteArray ao = MpvAudioChoice::outputsFor(engineOptions.audioOutput);
     const QByteArray device = engineOptions.audioDevice.toUtf8();
     struct Option
     {
@@ -102,7 +107,7 @@ void MpvBackend::startCore()
         {"vo", drawn ? "libmpv" : "null"},
         {"keepaspect", "no"},
         {"gpu-hwdec-interop", drawn && MpvDecoders::nvidiaPresent() ? nullptr : "no"},
-        {"ao", ao.isEmpty() ? nullptr : ao.constData()},
+        {"ao", ao.constData()},
         {"audio-device", device.isEmpty() ? nullptr : device.constData()},
         {"audio-fallback-to-null", "yes"},
         {"idle", "yes"},
@@ -172,7 +177,10 @@ void MpvBackend::handleEvent(const mpv_event& event)
         }
         break;
     case MPV_EVENT_GET_PROPERTY_REPLY:
-        onStatReply(event);
+        if (tagOf(event.reply_userdata) == Tag::Probe || tagOf(event.reply_userdata) == Tag::ProbeLast)
+            onProbeReply(event);
+        else
+            onStatReply(event);
         break;
     case MPV_EVENT_PROPERTY_CHANGE:
         onPropertyChange(event);
@@ -202,8 +210,8 @@ void MpvBackend::onCommandReply(const mpv_event& event)
         if (serial != m_loadSerial)
             return; // a source replaced since
         if (event.error < 0) {
-            qDebug() << "mpv: cannot load" << m_file << ":" << mpv_error_string(event.error);
-            m_failed = true;
+            failSource(QStringLiteral("cannot load: %1")
+                           .arg(QString::fromUtf8(mpv_error_string(event.error))));
             return;
         }
         m_wantedEntry = entryIdOf(static_cast<mpv_event_command*>(event.data)->result);
@@ -255,8 +263,10 @@ void MpvBackend::onStatReply(const mpv_event& event)
             m_stats.video.height = static_cast<int>(intOf(*p));
     }
     syncPictureSize();
-    if (t == Tag::StatLast)
-        m_sink.loaded();
+    if (t == Tag::StatLast) {
+        m_figuresRead = true;
+        reportLoadedWhenDue(); // once the source is also judged playable
+    }
 }
 
 void MpvBackend::syncPictureSize()
@@ -273,7 +283,7 @@ void MpvBackend::onPropertyChange(const mpv_event& event)
         if (p.format != MPV_FORMAT_DOUBLE)
             return;
         m_position = std::llround(doubleOf(p) * 1000.0);
-        if (m_loaded && !m_paused && !m_ready.active && !m_ended
+        if (m_loaded && m_playable && !m_paused && !m_ready.active && !m_ended
             && (!m_positionReport.isValid() || m_positionReport.elapsed() >= 95)) {
             m_positionReport.start();
             m_sink.positionChanged(m_position);
@@ -281,8 +291,14 @@ void MpvBackend::onPropertyChange(const mpv_event& event)
         break;
     case ObsEofReached:
         if (p.format == MPV_FORMAT_FLAG && *static_cast<int*>(p.data) && m_loaded && !m_ended
-            && !m_ready.active)
-            onEndReached();
+            && !m_ready.active) {
+            if (m_playable) {
+                onEndReached();
+            } else {
+                m_endHeld = true; // ended before it was judged: judged first
+                judgeSource();
+            }
+        }
         break;
     case ObsContainerFps:
         m_containerFps = doubleOf(p);
@@ -299,14 +315,18 @@ void MpvBackend::onPropertyChange(const mpv_event& event)
         syncPictureSize();
         break;
     case ObsHwdecCurrent:
-        if (m_loaded)
-            reportDecoder(stringOf(p));
+        m_hwdecSeen = stringOf(p);
+        if (m_loaded && m_playable)
+            reportDecoder(m_hwdecSeen);
         break;
     case ObsSampleRate:
         m_stats.audio.sample_rate = static_cast<int>(intOf(p));
         break;
     case ObsChannels:
         m_stats.audio.channels = static_cast<int>(intOf(p));
+        break;
+    case ObsCurrentAo:
+        m_engine.noteAudioOutput(stringOf(p)); // once per process: which output opened
         break;
     default:
         break;
@@ -320,21 +340,46 @@ void MpvBackend::onEndFile(const mpv_event& event)
         return; // the end of a source replaced since
     if (m_source.reopens && onLiveEnd(event))
         return; // a live stream dropped (MpvBackendLive.cpp)
-    m_loaded = false;
     if (end->reason == MPV_END_FILE_REASON_ERROR) {
-        qDebug() << "mpv: cannot play" << m_file << ":" << mpv_error_string(end->error);
-        m_failed = true;
-        m_ready = Ready();
+        m_loaded = false;
+        failSource(QString::fromUtf8(mpv_error_string(end->error)));
         return;
     }
-    if (end->reason == MPV_END_FILE_REASON_EOF && !m_ended)
-        onEndReached(); // the core could not hold the end
+    if (end->reason == MPV_END_FILE_REASON_REDIRECT) {
+        // A playlist (or a directory) is expanded into entries of its own;
+        // a layer plays one media file.
+        m_loaded = false;
+        failSource(QStringLiteral("a playlist, not a media file"));
+        return;
+    }
+    const bool wasLoaded = m_loaded;
+    m_loaded = false;
+    if (end->reason != MPV_END_FILE_REASON_EOF || m_ended)
+        return;
+    if (wasLoaded && !m_playable) {
+        failSource(QString::fromLatin1("ended before anything could be decoded"));
+        return;
+    }
+    onEndReached(); // the core could not hold the end
 }
 
 void MpvBackend::onPlaybackRestart()
 {
+    if (m_loaded && !m_playable) {
+        // The first frame (or the end) is there: the source is judged before
+        // anything is reported for it (MpvBackendChecks.cpp).
+        if (m_ready.active && m_ready.armed)
+            m_ready.restarted = true;
+        judgeSource();
+        return;
+    }
     if (!m_ready.active || !m_ready.armed)
         return;
+    completeReady();
+}
+
+void MpvBackend::completeReady()
+{
     const Ready done = m_ready;
     m_ready = Ready();
     m_position = done.msec;

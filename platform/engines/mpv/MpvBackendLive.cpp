@@ -46,11 +46,15 @@ bool MpvBackend::onLiveEnd(const mpv_event& event)
 
     if (m_paused || m_released || !m_mpv) {
         // Not reopened while the layer does not play; pauseLive(false) does it.
-        if (opened)
+        if (opened) {
             qDebug().noquote() << QStringLiteral("mpv: stream %1 dropped (%2) while paused")
                                       .arg(url, reason);
-        else // never opened: reported like any bad source
+        } else if (!m_errorSent && !m_released) {
+            // Never opened: reported like any bad source, once per source.
+            m_errorSent = true;
             qDebug() << "mpv: cannot play" << m_file << ":" << reason.toUtf8().constData();
+            m_sink.mediaError(m_file, reason);
+        }
         return true;
     }
     const int delay = m_retry.next();
@@ -65,6 +69,12 @@ bool MpvBackend::onLiveEnd(const mpv_event& event)
         if (serial == m_reopenSerial)
             reopenLive();
     });
+    if (!opened && !m_errorSent) {
+        // A stream that could not be opened at all is reported once; its
+        // reopening goes on (it may come up later).
+        m_errorSent = true;
+        m_sink.mediaError(m_file, reason);
+    }
     return true;
 }
 
@@ -87,6 +97,12 @@ void MpvBackend::reopenLive()
     m_loaded = false;
     m_failed = false;
     m_ended = false;
+    m_playable = false; // judged again, and loaded() reported again once it is
+    m_judging = false;
+    m_probeHits = 0;
+    m_figuresRead = false;
+    m_loadReported = false;
+    m_endHeld = false;
     m_positionReport.invalidate(); // the first position is reported at once
     requestPause(false); // the layer plays: so does the reopened stream
     rearmRepeat();

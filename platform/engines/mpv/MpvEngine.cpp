@@ -1,5 +1,6 @@
 #include "MpvEngine.h"
 
+#include "MpvAudioChoice.h"
 #include "MpvBackend.h"
 #include "MpvStartGate.h"
 
@@ -75,7 +76,7 @@ void MpvEngine::setAudioOutput(const QString& ao, const QString& device)
         m_options.audioOutput = ao;
         m_options.audioDevice = device;
     }
-    qDebug() << "mpv: audio output" << (ao.isEmpty() ? QStringLiteral("(default)") : ao)
+    qDebug() << "mpv: audio output" << QString::fromUtf8(MpvAudioChoice::outputsFor(ao))
              << "device" << (device.isEmpty() ? QStringLiteral("(default)") : device);
     std::lock_guard<std::mutex> lock(m_backendsMutex);
     for (MpvBackend* b : qAsConst(m_backends))
@@ -90,6 +91,13 @@ MpvBackend* MpvEngine::backend(const AVPlayer* player) const
             return b;
     }
     return nullptr;
+}
+
+void MpvEngine::noteAudioOutput(const QString& currentAo)
+{
+    if (currentAo.isEmpty() || m_audioNoted.exchange(true))
+        return;
+    qDebug().noquote() << MpvAudioChoice::describe(currentAo, options().audioOutput);
 }
 
 void MpvEngine::forget(MpvBackend* backend)

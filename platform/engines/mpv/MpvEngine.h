@@ -9,15 +9,17 @@
 // the environment, so the engine puts LC_NUMERIC back to "C" when it is made
 // (and again before each core is made).
 //
-// Video is decoded but not drawn yet (libmpv's "null" video output); pictures
-// reach the layer's renderers in a later step. See MpvBackend.h for what each
-// transport call means with this engine.
+// Pictures reach the output screens through MpvFrameSource.h where the
+// screens have an OpenGL context (libmpv's "null" video output otherwise).
+// See MpvBackend.h for what each transport call means with this engine, and
+// MpvAudioChoice.h for the audio outputs tried when the host names none.
 #pragma once
 
 #include "MediaEngine.h"
 
 #include <QString>
 #include <QVector>
+#include <atomic>
 #include <memory>
 #include <mutex>
 
@@ -30,8 +32,10 @@ class MpvBackend;
 
 struct MpvEngineOptions
 {
-    /// libmpv's audio output ("ao"): empty for libmpv's own choice, "null"
-    /// for machines without sound (tests).
+    /// libmpv's audio output ("ao", one name or a comma-separated list tried
+    /// in order): empty for the engine's own list (MpvAudioChoice.h), which
+    /// leaves out the outputs that are unsafe with several cores and ends
+    /// with "null"; "null" for machines without sound (tests).
     QString audioOutput;
     /// libmpv's "audio-device" (for example "alsa/default"): empty for the
     /// output's default device.
@@ -61,6 +65,10 @@ public:
 
     // Called by the backends as they come and go (their player's thread).
     void forget(MpvBackend* backend);
+    /// A core opened its audio output (libmpv's "current-ao"): the first
+    /// call in the engine's life (one engine per process) writes which one,
+    /// or that no sound device could be opened. Any thread.
+    void noteAudioOutput(const QString& currentAo);
     /// The start gate of the layers started in this GUI-thread turn
     /// (MpvStartGate.h); GUI thread.
     std::shared_ptr<class MpvStartGate> startGate();
@@ -71,6 +79,7 @@ private:
     std::shared_ptr<class MpvStartGate> m_forming; // GUI thread: the gate of this turn
     mutable std::mutex m_backendsMutex;      // guards m_backends
     QVector<MpvBackend*> m_backends;
+    std::atomic<bool> m_audioNoted{false};   // the audio output line was written
 };
 
 /// Makes the libmpv engine (see above: after the Qt application object).
