@@ -67,8 +67,19 @@ public:
     /// screen closes. False, with a debug line, when the screen is not open,
     /// already records, or the file cannot be made.
     bool startRecording(int screenId, const QString& path, int fps = 30);
+    /// As above, into a file the caller opened for writing: `fd` is taken over
+    /// (closed when the recording ends or fails to start) and `path` only
+    /// names the file in messages and picks the container by its extension.
+    /// A file that could not be started is left for the caller to remove.
+    bool startRecording(int screenId, int fd, const QString& path, int fps);
     /// Finishes the file; false when the screen was not recording.
     bool stopRecording(int screenId);
+
+    /// The connection to the display is gone: no GL call is made from now on
+    /// (nothing draws; snapshots fail; a recording stopped from now on is
+    /// finished from the pictures it already has). For a host that ends the
+    /// process right after; cannot be undone.
+    void displayConnectionLost();
 
     // Previews in the host's window (PreviewRenderer registers itself).
     void addPreview(QtAV::PreviewRenderer* preview);

@@ -2,11 +2,13 @@
 #include "ScreenService.h"
 
 #include "gl/Compositor.h"
+#include "gl/GlContext.h"
 
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <unistd.h>
 
 ScreenService& ScreenService::getInstance()
 {
@@ -21,6 +23,19 @@ ScreenService::ScreenService(QObject* parent)
 
 ScreenService::~ScreenService()
 {
+    // The application object outlives this only when the process ends
+    // through exit() without leaving main (Qt's X11 platform does that when
+    // its connection breaks): the display may be gone and Qt half torn down,
+    // so recordings finish their files and everything else (GL objects,
+    // windows) is left to the OS.
+    if (QCoreApplication::instance()) {
+        kelmor::gl::abandonSharedContext();
+        if (m_compositor)
+            m_compositor->finishRecordings();
+        static_cast<void>(m_compositor.release());
+        m_widgets.clear();
+        return;
+    }
     m_compositor.reset();
     qDeleteAll(m_widgets);
 }
@@ -162,6 +177,25 @@ bool ScreenService::startRecording(int screenId, const QString& path, int fps)
         return false;
     }
     return m_compositor->startRecording(widget, path, fps);
+}
+
+bool ScreenService::startRecording(int screenId, int fd, const QString& path, int fps)
+{
+    ScreenWidget* widget = screenById(screenId);
+    if (fd < 0 || !widget || !m_compositor) {
+        qDebug() << "startRecording: screen" << screenId
+                 << (fd < 0 ? "given no file" : widget ? "is not drawn" : "is not open");
+        if (fd >= 0)
+            ::close(fd);
+        return false;
+    }
+    return m_compositor->startRecording(widget, path, fps, fd);
+}
+
+void ScreenService::displayConnectionLost()
+{
+    qDebug() << "displayConnectionLost: no more drawing";
+    kelmor::gl::abandonSharedContext();
 }
 
 bool ScreenService::stopRecording(int screenId)

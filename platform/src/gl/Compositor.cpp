@@ -15,6 +15,7 @@
 #include <QtMath>
 #include <algorithm>
 #include <cstring>
+#include <unistd.h>
 
 namespace kelmor::gl {
 
@@ -238,10 +239,12 @@ QImage Compositor::grab(ScreenWidget* widget)
     return screen->surface->readOutput();
 }
 
-bool Compositor::startRecording(ScreenWidget* widget, const QString& path, int fps)
+bool Compositor::startRecording(ScreenWidget* widget, const QString& path, int fps, int fd)
 {
     Screen* screen = screenFor(widget);
-    if (!screen || !screen->surface || !screen->surface->isValid()) {
+    if (!screen || !screen->surface || !screen->surface->isValid() || !sharedContext()) {
+        if (fd >= 0)
+            ::close(fd);
         qDebug() << "startRecording: screen" << (widget ? widget->screenId() : -1)
                  << "cannot be drawn; nothing recorded";
         return false;
@@ -249,16 +252,27 @@ bool Compositor::startRecording(ScreenWidget* widget, const QString& path, int f
     if (screen->recorder && screen->recorder->isRecording()) {
         qDebug() << "startRecording: screen" << widget->screenId() << "already records to"
                  << screen->recorder->path();
+        if (fd >= 0)
+            ::close(fd);
         return false;
     }
     if (!screen->recorder)
         screen->recorder = std::make_unique<ScreenRecorder>();
-    if (!screen->recorder->start(path, screen->surface->size(), fps))
+    if (!screen->recorder->start(path, screen->surface->size(), fps, fd))
         return false;
     screen->recordClock.start();
     screen->forced = true; // the first picture at time 0
     tick();
     return true;
+}
+
+void Compositor::finishRecordings()
+{
+    for (auto& s : m_screens) {
+        if (s->recorder && s->recorder->isRecording())
+            qDebug() << "finishRecordings: screen" << s->widget->screenId() << s->recorder->stop()
+                     << "frames in" << s->recorder->path();
+    }
 }
 
 bool Compositor::stopRecording(ScreenWidget* widget)

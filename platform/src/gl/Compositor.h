@@ -60,8 +60,12 @@ public:
     /// Draws what is pending and returns the screen's picture (null image when
     /// the screen cannot be drawn).
     QImage grab(ScreenWidget* widget);
-    bool startRecording(ScreenWidget* widget, const QString& path, int fps);
+    /// `fd` >= 0: the open file to write (taken over; see ScreenRecorder::start).
+    bool startRecording(ScreenWidget* widget, const QString& path, int fps, int fd = -1);
     bool stopRecording(ScreenWidget* widget);
+    /// Finishes every running recording from the pictures it has, without
+    /// drawing (the display may be gone).
+    void finishRecordings();
 
     /// A preview is being destroyed: forget it.
     void previewGone(QtAV::PreviewRenderer* preview);

@@ -20,14 +20,20 @@ namespace {
 struct SharedGl
 {
     bool tried = false;                         // GUI thread
+    bool abandoned = false;                     // GUI thread; the display is gone
     std::unique_ptr<QOffscreenSurface> surface; // GUI thread
     std::unique_ptr<QOpenGLContext> context;    // GUI thread
 };
 
+// Never destroyed: the context is freed by releaseShared while the
+// application object goes. A process that ends through exit() without
+// leaving main (Qt's X11 platform does so when its connection breaks) runs
+// static destructors while the display may be gone; the context is then left
+// to the OS instead of being destroyed on a dead connection.
 SharedGl& shared()
 {
-    static SharedGl gl;
-    return gl;
+    static SharedGl* gl = new SharedGl;
+    return *gl;
 }
 
 QMutex g_compositorMutex;          // guards g_compositor
@@ -38,6 +44,8 @@ Compositor* g_compositor = nullptr;
 void releaseShared()
 {
     SharedGl& gl = shared();
+    if (gl.abandoned)
+        return;
     if (gl.context)
         gl.context->doneCurrent();
     gl.context.reset();
@@ -81,6 +89,8 @@ bool makeShared(SharedGl& gl)
 QOpenGLContext* sharedContext()
 {
     SharedGl& gl = shared();
+    if (gl.abandoned)
+        return nullptr;
     if (!gl.tried) {
         gl.tried = true;
         if (makeShared(gl))
@@ -112,7 +122,20 @@ void resetDrawState(QOpenGLContext* context)
 
 QOffscreenSurface* sharedSurface()
 {
-    return shared().surface.get();
+    return shared().abandoned ? nullptr : shared().surface.get();
+}
+
+void abandonSharedContext()
+{
+    SharedGl& gl = shared();
+    if (gl.abandoned)
+        return;
+    gl.abandoned = true;
+    // Not destroyed and not released from current: either would talk to the
+    // display. The process is ending; the OS takes them back.
+    static_cast<void>(gl.context.release());
+    static_cast<void>(gl.surface.release());
+    qDebug() << "compositor: display gone, OpenGL abandoned";
 }
 
 QVector<QtAV::VideoFrameSource*>& registeredSources()

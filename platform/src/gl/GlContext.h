@@ -32,6 +32,14 @@ void resetDrawState(QOpenGLContext* context);
 /// Its offscreen surface (valid whenever sharedContext() is not null).
 QOffscreenSurface* sharedSurface();
 
+/// The display connection is gone (or the process is ending without the
+/// application object's end): no GL call may be made any more. From now on
+/// sharedContext() is null, so nothing draws, grabs or reads back, and
+/// surfaces leave their GL objects to the OS; the context itself is neither
+/// made current nor destroyed again. Recorders still finish their files from
+/// the pictures they have. GUI thread; cannot be undone.
+void abandonSharedContext();
+
 /// The sources registered with registerFrameSource (GUI thread).
 QVector<QtAV::VideoFrameSource*>& registeredSources();
 

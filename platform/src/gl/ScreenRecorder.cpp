@@ -2,11 +2,14 @@
 // encoder thread that turns it into a constant-frame-rate video with FFmpeg.
 #include "gl/ScreenRecorder.h"
 
+#include "gl/DescriptorOutput.h"
+
 #include <QDebug>
 #include <QFile>
 #include <QFileInfo>
 
 #include <system_error>
+#include <unistd.h>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -80,6 +83,8 @@ struct ScreenRecorder::Encoder {
     QSize encoded;              // requested, rounded down to even
     int fps = 0;
     bool fileOpen = false;      // avio opened: the file exists on disk
+    bool customIo = false;      // written through the caller's descriptor
+    int givenFd = -1;           // the caller's descriptor until the output takes it
     bool headerWritten = false;
     bool failed = false;        // an FFmpeg call failed; later pictures are dropped
 
@@ -97,12 +102,25 @@ struct ScreenRecorder::Encoder {
         avcodec_free_context(&codec);
         if (format) {
             if (fileOpen)
-                avio_closep(&format->pb);
+                closeOutput();
             avformat_free_context(format);
         }
-        // A file whose header never made it is no video; do not leave it behind.
-        if (fileOpen && !headerWritten)
+        if (givenFd >= 0)
+            ::close(givenFd);
+        // A file whose header never made it is no video; do not leave it
+        // behind. A caller's descriptor names a file the caller made and
+        // removes itself.
+        if (fileOpen && !headerWritten && !customIo)
             QFile::remove(path);
+    }
+
+    void closeOutput()
+    {
+        if (customIo)
+            closeDescriptorOutput(&format->pb);
+        else
+            avio_closep(&format->pb);
+        fileOpen = false;
     }
 
     // Returns the reason of a failure, empty on success.
@@ -128,9 +146,18 @@ struct ScreenRecorder::Encoder {
             return QStringLiteral("cannot add the video stream");
         stream->time_base = codec->time_base;
 
-        const int opened = avio_open(&format->pb, name.constData(), AVIO_FLAG_WRITE);
-        if (opened < 0)
-            return QStringLiteral("cannot create file %1 (%2)").arg(path, avError(opened));
+        if (givenFd >= 0) {
+            format->pb = openDescriptorOutput(givenFd);
+            givenFd = -1; // taken over, closed even on failure
+            if (!format->pb)
+                return QStringLiteral("cannot write to the file of %1 (out of memory)").arg(path);
+            format->flags |= AVFMT_FLAG_CUSTOM_IO;
+            customIo = true;
+        } else {
+            const int opened = avio_open(&format->pb, name.constData(), AVIO_FLAG_WRITE);
+            if (opened < 0)
+                return QStringLiteral("cannot create file %1 (%2)").arg(path, avError(opened));
+        }
         fileOpen = true;
         const int header = avformat_write_header(format, nullptr);
         if (header < 0)
@@ -221,10 +248,8 @@ struct ScreenRecorder::Encoder {
             if (result < 0)
                 qDebug().noquote() << "ScreenRecorder::stop: cannot finish" << path << avError(result);
         }
-        if (fileOpen) {
-            avio_closep(&format->pb);
-            fileOpen = false;
-        }
+        if (fileOpen)
+            closeOutput();
     }
 
     void encodeCurrent()
@@ -304,9 +329,11 @@ ScreenRecorder::~ScreenRecorder()
     stop();
 }
 
-bool ScreenRecorder::start(const QString& path, QSize size, int fps)
+bool ScreenRecorder::start(const QString& path, QSize size, int fps, int fd)
 {
-    auto refuse = [](const QString& reason) {
+    auto refuse = [fd](const QString& reason) {
+        if (fd >= 0)
+            ::close(fd); // taken over whatever happens
         qDebug().noquote() << "ScreenRecorder::start:" << reason;
         return false;
     };
@@ -320,9 +347,13 @@ bool ScreenRecorder::start(const QString& path, QSize size, int fps)
         return refuse(QStringLiteral("empty path"));
 
     auto encoder = std::make_unique<Encoder>();
+    encoder->givenFd = fd;
     const QString error = encoder->open(path, size, fps, m_h264Allowed);
-    if (!error.isEmpty())
-        return refuse(error);
+    if (!error.isEmpty()) {
+        encoder.reset(); // closes the descriptor
+        qDebug().noquote() << "ScreenRecorder::start:" << error;
+        return false;
+    }
 
     {
         // No encoder thread yet; locked so these fields change only under m_mutex.
@@ -336,9 +367,10 @@ bool ScreenRecorder::start(const QString& path, QSize size, int fps)
     try {
         m_thread = std::thread(&ScreenRecorder::run, this);
     } catch (const std::system_error& e) {
-        m_encoder->finish();
+        m_encoder->finish(); // closes the file (the descriptor too)
         m_encoder.reset();
-        return refuse(QStringLiteral("cannot start the encoder thread (%1)").arg(e.what()));
+        qDebug().noquote() << "ScreenRecorder::start: cannot start the encoder thread" << e.what();
+        return false;
     }
     m_recording = true;
     m_path = path;

@@ -51,7 +51,11 @@ public:
     /// height is cropped by one pixel to the even size the codec needs. False
     /// with a debug line naming the reason: bad size, fps <= 0 or > 240,
     /// already recording, cannot create the file, no encoder.
-    bool start(const QString& path, QSize size, int fps);
+    /// `fd` >= 0: write into that open file instead of opening `path` (which
+    /// then only names it and picks the container); the recorder takes the
+    /// descriptor over, closes it when the recording ends or fails to start,
+    /// and leaves removing a file it could not start to the caller.
+    bool start(const QString& path, QSize size, int fps, int fd = -1);
     /// Queues one picture shown at `msec` since the recording started. The
     /// video has a constant frame rate: frame n shows the newest picture at or
     /// before n/fps seconds (timestamps have millisecond resolution, so a
