@@ -5,10 +5,12 @@ set -euo pipefail
 
 packages=(
   g++ cmake ninja-build pkg-config
+  clang libclang-rt-14-dev
   qtbase5-dev libqt5opengl5-dev libmpv-dev
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
-  libgl1-mesa-dri mesa-utils
+  libgl1-mesa-dri mesa-utils libx11-dev
   libgtest-dev
+  nlohmann-json3-dev
   ffmpeg mpv
   xvfb xauth
 )

@@ -4,104 +4,50 @@
 #include "EventHub.h"
 #include "JsonLine.h"
 #include "StepRunner.h"
+#include "TcpConnection.h"
+#include "TcpStepSource.h"
 
+#include <QHostAddress>
 #include <QTcpServer>
-#include <QTcpSocket>
+#include <functional>
 
 namespace {
 
-constexpr int kMaxClients = 32;
-constexpr qint64 kSocketReadBuffer = 256 * 1024;
-constexpr qint64 kMaxPendingOutput = 16 * 1024 * 1024;
+/// A listener that hands over accepted descriptors as they are, so that no
+/// QTcpSocket (which cannot half-close) is ever made for them.
+class DescriptorServer : public QTcpServer
+{
+public:
+    DescriptorServer(std::function<void(qintptr)> accept, QObject* parent)
+        : QTcpServer(parent), m_accept(std::move(accept))
+    {
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override { m_accept(descriptor); }
+
+private:
+    std::function<void(qintptr)> m_accept;
+};
+
+QByteArray refusalLine(const QString& problem)
+{
+    JsonLine line;
+    line.add(QStringLiteral("t"), static_cast<double>(console::msSinceStart()));
+    line.add(QStringLiteral("error"), problem);
+    return line.toLine();
+}
 
 } // namespace
-
-// ---- One connection ----
-
-TcpStepSource::TcpStepSource(QTcpSocket* socket, QString name, QObject* parent)
-    : StepSource(std::move(name), false, parent), m_socket(socket)
-{
-    m_socket->setParent(this);
-    // Qt stops reading from the network while this much is unread, so a
-    // flood waits in the kernel's buffers and then at the client.
-    m_socket->setReadBufferSize(kSocketReadBuffer);
-    connect(m_socket, &QTcpSocket::readyRead, this, [this] { readAvailable(); });
-    connect(m_socket, &QTcpSocket::disconnected, this, [this] {
-        readAvailable(); // what came before the end still runs
-        m_lines.finish();
-        emit linesAvailable();
-    });
-}
-
-void TcpStepSource::readAvailable()
-{
-    if (m_lines.finished())
-        return;
-    while (m_lines.queuedLines() < kHighWater && m_socket->bytesAvailable() > 0)
-        m_lines.feed(m_socket->read(64 * 1024));
-    emit linesAvailable();
-}
-
-bool TcpStepSource::hasLine()
-{
-    if (!m_lines.hasLine())
-        readAvailable();
-    return m_lines.hasLine();
-}
-
-RawLine TcpStepSource::takeLine()
-{
-    return m_lines.takeLine();
-}
-
-bool TcpStepSource::atEnd() const
-{
-    return m_lines.finished() && !m_lines.hasLine();
-}
-
-void TcpStepSource::send(const QByteArray& line)
-{
-    if (m_socket->state() != QAbstractSocket::ConnectedState)
-        return;
-    if (m_socket->bytesToWrite() > kMaxPendingOutput) {
-        console::note(QStringLiteral("%1: client reads too slowly (%2 bytes pending); disconnected")
-                          .arg(name())
-                          .arg(m_socket->bytesToWrite()));
-        m_socket->abort();
-        m_lines.clearQueued();
-        m_lines.finish();
-        emit linesAvailable();
-        return;
-    }
-    m_socket->write(line);
-}
-
-void TcpStepSource::reply(const QByteArray& line)
-{
-    send(line);
-}
-
-void TcpStepSource::close()
-{
-    m_lines.clearQueued();
-    m_lines.finish();
-    if (m_socket->state() == QAbstractSocket::ConnectedState)
-        m_socket->flush();
-    m_socket->disconnectFromHost();
-}
-
-// ---- Server ----
 
 ControlServer::ControlServer(StepRunner& runner, EventHub& hub, QObject* parent)
     : QObject(parent), m_runner(runner), m_hub(hub)
 {
-    m_server = new QTcpServer(this);
-    m_server->setMaxPendingConnections(kMaxClients);
-    connect(m_server, &QTcpServer::newConnection, this, &ControlServer::acceptConnections);
+    m_server = new DescriptorServer([this](qintptr descriptor) { accept(descriptor); }, this);
     connect(&m_hub, &EventHub::printed, this, &ControlServer::broadcast);
 }
 
-bool ControlServer::listen(const QString& address, int port, QString& error)
+bool ControlServer::listen(const QString& address, int port, const QString& token, QString& error)
 {
     QHostAddress host;
     if (address == QLatin1String("localhost"))
@@ -110,6 +56,12 @@ bool ControlServer::listen(const QString& address, int port, QString& error)
         error = QStringLiteral("--listen-address: not an IP address: %1").arg(address);
         return false;
     }
+    if (port < 0 || port > 65535) {
+        error = QStringLiteral("ControlServer::listen: port %1 out of range").arg(port);
+        return false;
+    }
+    if (!token.isEmpty() && !AccessToken::fromText(token, m_token, error))
+        return false;
     if (!m_server->listen(host, static_cast<quint16>(port))) {
         error = QStringLiteral("cannot listen on %1 port %2: %3")
                     .arg(address)
@@ -117,9 +69,18 @@ bool ControlServer::listen(const QString& address, int port, QString& error)
                     .arg(m_server->errorString());
         return false;
     }
-    if (!host.isLoopback())
-        console::note(QStringLiteral("live control listens beyond loopback, on %1: anyone who can reach it can run steps")
+    if (!m_token.isSet() && !host.isLoopback()) {
+        // Shown once, on stderr only: never on stdout (which clients of a
+        // pipe may read) nor to TCP clients.
+        m_token = AccessToken::generate();
+        console::note(QStringLiteral("live control listens beyond loopback, on %1: each connection must first "
+                                     "send {\"op\": \"auth\", \"token\": TOKEN}; generated token: %2")
+                          .arg(address, m_token.text()));
+    } else if (m_token.isSet()) {
+        console::note(QStringLiteral("live control on %1 requires the --token: each connection must first send "
+                                     "{\"op\": \"auth\", \"token\": TOKEN}")
                           .arg(address));
+    }
     JsonLine fields;
     fields.add(QStringLiteral("address"), m_server->serverAddress().toString());
     fields.add(QStringLiteral("port"), m_server->serverPort());
@@ -137,28 +98,24 @@ void ControlServer::close()
     m_server->close();
 }
 
-void ControlServer::acceptConnections()
+void ControlServer::accept(qintptr descriptor)
 {
-    while (QTcpSocket* socket = m_server->nextPendingConnection()) {
-        m_clients.removeAll(nullptr);
-        if (m_clients.size() >= kMaxClients || m_runner.quitting()) {
-            JsonLine refusal;
-            refusal.add(QStringLiteral("t"), static_cast<double>(console::msSinceStart()));
-            refusal.add(QStringLiteral("error"), QStringLiteral("too many live-control connections"));
-            socket->write(refusal.toLine());
-            socket->disconnectFromHost();
-            connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
-            continue;
-        }
-        const QString name = QStringLiteral("tcp#%1 %2:%3")
-                                 .arg(++m_connectionCount)
-                                 .arg(socket->peerAddress().toString())
-                                 .arg(socket->peerPort());
-        auto* source = new TcpStepSource(socket, name);
-        source->eventCursor = m_hub.nextSeq(); // waitFor looks at events from now on
-        m_clients.append(source);
-        m_runner.addSource(source);
+    auto* connection = new TcpConnection(static_cast<int>(descriptor), this);
+    m_clients.removeAll(nullptr);
+    if (m_clients.size() >= kMaxClients || m_runner.quitting()) {
+        // Said once, then closed at once: a burst of connections must not
+        // keep descriptors lingering.
+        connection->write(refusalLine(m_runner.quitting() ? QStringLiteral("the runner is ending")
+                                                          : QStringLiteral("too many live-control connections")));
+        connection->abort();
+        return;
     }
+    const QString name = QStringLiteral("tcp#%1 %2").arg(++m_connectionCount).arg(connection->peerName());
+    auto* source = new TcpStepSource(connection, name, m_runner, &m_token);
+    source->eventCursor = m_hub.nextSeq(); // waitFor looks at events from now on
+    connect(source, &TcpStepSource::inputRead, this, &ControlServer::checkInputTotal);
+    m_clients.append(source);
+    m_runner.addSource(source);
 }
 
 void ControlServer::broadcast(const QByteArray& line)
@@ -166,5 +123,31 @@ void ControlServer::broadcast(const QByteArray& line)
     for (const QPointer<TcpStepSource>& client : m_clients) {
         if (client)
             client->send(line);
+    }
+}
+
+void ControlServer::checkInputTotal()
+{
+    for (;;) {
+        qint64 total = 0;
+        qint64 most = -1;
+        TcpStepSource* biggest = nullptr;
+        for (const QPointer<TcpStepSource>& client : m_clients) {
+            if (!client)
+                continue;
+            const qint64 held = client->heldInputBytes();
+            total += held;
+            if (held > most) {
+                most = held;
+                biggest = client;
+            }
+        }
+        if (total < kMaxTotalInput || !biggest || most == 0)
+            return;
+        biggest->refuseInput(QStringLiteral("input queue full (%1 bytes waiting here, %2 on all connections; "
+                                            "at most %3 MiB together); disconnected")
+                                 .arg(most)
+                                 .arg(total)
+                                 .arg(kMaxTotalInput >> 20));
     }
 }

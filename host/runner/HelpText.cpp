@@ -45,17 +45,37 @@ OPTIONS
     --listen PORT        Serve steps on a TCP port (0: any free port; the
                          port is printed as a "listening" host line).
     --listen-address A   Address to listen on (default 127.0.0.1; nothing
-                         beyond loopback unless named here).
+                         beyond loopback unless named here). Beyond loopback
+                         a token is always required: --token, or else one
+                         generated and printed once on stderr.
+    --token TOKEN        Live-control token (16 to 256 characters of
+                         A-Z a-z 0-9 . _ ~ + / = -); required of every
+                         connection, on loopback too. Each connection's
+                         first step must then be
+                         {"op": "auth", "token": "TOKEN"}; before it nothing
+                         runs and no events are sent; a wrong token closes
+                         the connection.
     --keep-running       Keep serving after the show file / stdin has ended.
     --strict             The first error line of the show file or stdin
                          (a failed waitFor included) ends the run, exit 2.
-    --ao AO              libmpv audio output ("null" for machines without
-                         sound); default: libmpv's choice.
+    --ao AO              libmpv audio output, or a list tried in order
+                         ("null" for machines without sound); default:
+                         pipewire,pulse,alsa,null.
     --audio-device DEV   libmpv audio device (e.g. alsa/default).
     --offscreen          Open screens offscreen by default.
     --windowed           Open screens as windows by default.
-    --out DIR            Directory for snapshots and recordings given as
-                         relative paths (default: the current directory).
+    --out DIR            Directory for snapshots and recordings (default:
+                         the current directory). Their paths are relative
+                         to it and must stay inside it: absolute paths
+                         elsewhere, ".." out of it and symbolic links below
+                         it are refused; missing folders below it are made;
+                         an existing file is replaced only with
+                         "overwrite": true in the step.
+    --media-root DIR     Layers may open media only from existing local
+                         files inside DIR (repeatable; links and ".."
+                         resolved). With it, URLs, devices, stream names and
+                         files elsewhere are refused with an error line and
+                         the step is not run. Without it, any source opens.
     --set NAME=VALUE     Define ${NAME} for string values of steps. Always
                          defined: ${out} (the --out directory) and
                          ${show_dir} (the show file's directory). "$$" is "$".
@@ -69,7 +89,8 @@ OPTIONS
 
 STEPS
     A step is {"op": NAME, ...} on one line; blank lines and lines starting
-    with '#' are skipped.
+    with '#' are skipped. A key may appear once per object; objects and
+    arrays nest at most 32 deep; a line is at most 1 MiB.
 
   Host steps
     openScreen  {"id", "type"=0, "guid"="", "x"=0, "y"=0, "width"=1920,
@@ -79,10 +100,11 @@ STEPS
     waitFor     {"signal", "args"={name: value, ...}, "timeoutMs"=10000}
                 Waits for an event of the service (matching the named
                 arguments). Events since the source's previous waitFor
-                count, so an event that came just before is still found.
-                On timeout: an error line, and the show goes on.
-    snapshot    {"screen", "path"}         PNG of the screen's picture
-    record      {"screen", "path", "ms", "fps"=30}
+                matched count, so an event that came just before is still
+                found. On timeout: an error line (nothing is used up), and
+                the show goes on.
+    snapshot    {"screen", "path", "overwrite"=false}   PNG of the screen's picture
+    record      {"screen", "path", "ms", "fps"=30, "overwrite"=false}
                 Records for ms, then stops; the show goes on meanwhile.
     audio       {"ao", "device"}           libmpv audio output from now on
     log         {"text"}                   a line on stderr
@@ -112,14 +134,22 @@ EVENTS
       {"t": MS, "ok": OP, "line": N, ...}  or
       {"t": MS, "error": PROBLEM, "line": N, "op": OP}
     Host lines: {"t", "host": "listening", "address", "port"} and
-    {"t", "host": "recordFinished", "screen", "path"}.
-    TCP clients get their own steps' replies and every event and host line.
+    {"t", "host": "recordFinished", "screen", "path"} and, when the X server
+    goes away, {"t", "host": "displayLost", "code": 3, "reason"}.
+    TCP clients get their own steps' replies and every event and host line
+    (once authenticated, when a token is in force). A client may shut down
+    its sending side after its last step: the replies still come, then the
+    connection closes. Each source holds at most 4 MiB of waiting lines (plus
+    the line being read); all connections together at most 32 MiB, past
+    which the one holding the most is disconnected ("input queue full").
     The module's debug lines and the runner's notes go to stderr.
 
 EXIT STATUS
     0    the show ended (or "quit" without a code)
     1    usage error, or the show file / port could not be opened
     2    --strict and a step failed
+    3    the connection to the X server broke (running recordings are
+         finished first)
     N    "quit" {"code": N}
     130, 143  ended by SIGINT, SIGTERM
 
@@ -127,7 +157,7 @@ EXAMPLES
     xvfb-run -a kelmor-show --ao null --out out --set media=$PWD/media examples/demo.show
     echo '{"op": "setCurPlayerCount", "args": [1]}' | kelmor-show --ao null -
     kelmor-show --ao null --listen 7070 &
-      printf '%s\n' '{"op": "getTP", "args": [{}]}' | nc -q1 127.0.0.1 7070
+      printf '%s\n' '{"op": "getTP", "args": [{}]}' | nc -N 127.0.0.1 7070
 )";
 
 } // namespace

@@ -172,7 +172,8 @@ void HostSteps::endWait(Wait* w, const ShowEvent* matched, bool timedOut)
 
     const qint64 waited = console::msSinceStart() - w->startedAt;
     if (timedOut) {
-        source->eventCursor = m_hub.nextSeq(); // everything so far has been looked at
+        // The cursor stays: a timeout uses nothing up, so the next waitFor
+        // still sees every event since the last match.
         const QString wanted = w->match.isEmpty()
             ? QString()
             : QStringLiteral(" ") + QString::fromUtf8(QJsonDocument(w->match).toJson(QJsonDocument::Compact));

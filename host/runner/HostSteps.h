@@ -5,7 +5,7 @@
 // answer when they end. waitFor looks at the events since the source's
 // previous waitFor matched (or since the source began), so an event that
 // came a moment before the waitFor step ran is still found; a matched event
-// is used up.
+// (and every event before it) is used up, a timed-out waitFor uses nothing.
 //
 // Threading: GUI thread.
 #pragma once

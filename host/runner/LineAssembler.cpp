@@ -49,6 +49,7 @@ void LineAssembler::endLine()
     }
     m_partial.clear();
     m_discarding = false;
+    m_queuedBytes += line.text.capacity();
     m_lines.push_back(std::move(line));
 }
 
@@ -56,5 +57,6 @@ RawLine LineAssembler::takeLine()
 {
     RawLine line = std::move(m_lines.front());
     m_lines.pop_front();
+    m_queuedBytes -= line.text.capacity();
     return line;
 }

@@ -5,7 +5,8 @@
 // arrive and it comes out as a RawLine with tooLong set, so the runner can
 // answer it with an error and go on with the next line. Memory per stream is
 // thus bounded by the cap plus the queue of finished lines, which the owner
-// bounds by reading no more input while queuedLines() is high.
+// bounds by reading no more input while queuedBytes() (or queuedLines()) is
+// high.
 //
 // Threading: a value type, used by one thread (the GUI thread).
 #pragma once
@@ -33,9 +34,19 @@ public:
 
     bool hasLine() const { return !m_lines.empty(); }
     RawLine takeLine();
+    /// The line takeLine() would return (hasLine() must be true).
+    const RawLine& peekLine() const { return m_lines.front(); }
     int queuedLines() const { return static_cast<int>(m_lines.size()); }
+    /// Memory held by the queued lines (their buffers' capacity).
+    qint64 queuedBytes() const { return m_queuedBytes; }
+    /// Memory held by the line being assembled.
+    qint64 partialBytes() const { return m_partial.capacity(); }
     /// Drops the lines that were not taken yet.
-    void clearQueued() { m_lines.clear(); }
+    void clearQueued()
+    {
+        m_lines.clear();
+        m_queuedBytes = 0;
+    }
     bool finished() const { return m_finished; }
 
 private:
@@ -47,4 +58,5 @@ private:
     int m_lineNumber = 0;      // number of the last line queued
     bool m_finished = false;
     std::deque<RawLine> m_lines;
+    qint64 m_queuedBytes = 0;  // sum of the queued lines' capacity
 };

@@ -1,5 +1,6 @@
 #include "ModuleSteps.h"
 
+#include "MediaRoots.h"
 #include "OperationTable.h"
 
 #include <QJsonArray>
@@ -61,6 +62,13 @@ bool runModuleStep(const Step& step, StepOutcome& outcome)
     if (!chosen->refusal.isEmpty()) {
         outcome = StepOutcome::error(
             QStringLiteral("%1 is not available from a show: %2").arg(step.op, chosen->refusal));
+        return true;
+    }
+
+    // With --media-root, media outside the roots is refused and the step not run.
+    QString mediaProblem;
+    if (!mediaroots::stepAllowed(*chosen, args, mediaProblem)) {
+        outcome = StepOutcome::error(QStringLiteral("%1: %2").arg(step.op, mediaProblem));
         return true;
     }
 

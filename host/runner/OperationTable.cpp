@@ -48,6 +48,13 @@ void removeScenePlayerKept(int bankId, int layerId)
 }
 
 
+// Told of every player creatnewlayerTracked adds (GUI thread).
+std::function<void(QtAV::AVPlayer*)>& playerCreatedHook()
+{
+    static std::function<void(QtAV::AVPlayer*)> hook;
+    return hook;
+}
+
 /// creatnewlayer, noting the layer's player so that shutdown can wait until
 /// the player is really gone (its release ends on the player's thread later).
 void creatnewlayerTracked(Record record)
@@ -58,6 +65,8 @@ void creatnewlayerTracked(Record record)
     if (player && !createdPlayers().contains(player)) {
         createdPlayers().removeAll(nullptr);
         createdPlayers().append(player);
+        if (playerCreatedHook())
+            playerCreatedHook()(player);
     }
 }
 
@@ -176,6 +185,11 @@ QList<QPointer<QtAV::AVPlayer>>& createdPlayers()
 {
     static QList<QPointer<QtAV::AVPlayer>> players;
     return players;
+}
+
+void setPlayerCreatedHook(std::function<void(QtAV::AVPlayer*)> hook)
+{
+    playerCreatedHook() = std::move(hook);
 }
 
 const char* argKindName(ArgKind kind)

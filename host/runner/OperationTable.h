@@ -12,6 +12,7 @@
 #include <QList>
 #include <QPointer>
 #include <QVector>
+#include <functional>
 
 namespace QtAV { class AVPlayer; }
 
@@ -27,3 +28,7 @@ void refileRemovedLayers();
 /// The players of the layers made by creatnewlayer steps (null once
 /// deleted): shutdown waits until every one is gone.
 QList<QPointer<QtAV::AVPlayer>>& createdPlayers();
+
+/// Called with each player a creatnewlayer step adds to createdPlayers(),
+/// right after the layer is filed (null: none).
+void setPlayerCreatedHook(std::function<void(QtAV::AVPlayer*)> hook);

@@ -1,5 +1,7 @@
 #include "RunnerOptions.h"
 
+#include "AccessToken.h"
+
 #include <QRegularExpression>
 
 namespace {
@@ -58,6 +60,12 @@ bool parseRunnerOptions(const QStringList& args, RunnerOptions& o, QString& erro
         } else if (arg == QLatin1String("--listen-address")) {
             if (!value(o.listenAddress))
                 return false;
+        } else if (arg == QLatin1String("--token")) {
+            if (!value(o.token))
+                return false;
+            AccessToken checked;
+            if (!AccessToken::fromText(o.token, checked, error))
+                return false;
         } else if (arg == QLatin1String("--keep-running")) {
             o.keepRunning = true;
         } else if (arg == QLatin1String("--strict")) {
@@ -75,6 +83,15 @@ bool parseRunnerOptions(const QStringList& args, RunnerOptions& o, QString& erro
         } else if (arg == QLatin1String("--out")) {
             if (!value(o.outDir))
                 return false;
+        } else if (arg == QLatin1String("--media-root")) {
+            if (!value(v))
+                return false;
+            if (v.isEmpty() || o.mediaRoots.size() >= 64) {
+                error = v.isEmpty() ? QStringLiteral("--media-root: empty folder name")
+                                    : QStringLiteral("--media-root: more than 64 roots");
+                return false;
+            }
+            o.mediaRoots << v;
         } else if (arg == QLatin1String("--position-interval")) {
             if (!value(v))
                 return false;

@@ -16,12 +16,14 @@ struct RunnerOptions
     bool readStdin = false;        ///< steps from standard input ("-" or --stdin)
     int listenPort = -1;           ///< TCP port for live control; -1: none, 0: any free port
     QString listenAddress = QStringLiteral("127.0.0.1");
+    QString token;                 ///< live-control token (--token); empty: generated beyond loopback
     bool keepRunning = false;      ///< keep serving after the show file / stdin ends
     bool strict = false;           ///< the first error of the show ends the runner (exit 2)
     QString audioOutput;           ///< libmpv "ao"; empty: libmpv's choice
     QString audioDevice;           ///< libmpv "audio-device"; empty: the output's default
     ScreenMode screenMode = ScreenMode::Auto;
     QString outDir = QStringLiteral(".");
+    QStringList mediaRoots;        ///< --media-root DIR (repeatable): folders media may come from
     int positionIntervalMs = 0;    ///< thinning of sPositionChanged per layer; 0: every one
     int stepsPerTurn = 64;         ///< most steps run per event-loop turn, all sources together
     bool progress = true;          ///< the once-a-second progress line on stderr

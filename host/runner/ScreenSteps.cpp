@@ -4,8 +4,8 @@
 #include "ScreenService.h"
 #include "StepFields.h"
 
-#include <QDir>
-#include <QFileInfo>
+#include <QFile>
+#include <QImage>
 #include <QTimer>
 
 namespace {
@@ -19,20 +19,13 @@ ScreenService& screens() { return ScreenService::getInstance(); }
 
 ScreenSteps::ScreenSteps(const QString& outDir, bool defaultOffscreen, EventHub& hub,
                          QObject* parent)
-    : QObject(parent), m_outDir(outDir), m_defaultOffscreen(defaultOffscreen), m_hub(hub)
+    : QObject(parent), m_paths(outDir), m_defaultOffscreen(defaultOffscreen), m_hub(hub)
 {
 }
 
 bool ScreenSteps::offscreen() const
 {
     return m_defaultOffscreen || !m_offscreenIds.isEmpty();
-}
-
-QString ScreenSteps::resolvePath(const QString& path) const
-{
-    const QString absolute = QDir(m_outDir).absoluteFilePath(path);
-    QFileInfo(absolute).dir().mkpath(QStringLiteral("."));
-    return QDir::cleanPath(absolute);
 }
 
 StepOutcome ScreenSteps::openScreen(const Step& step)
@@ -100,9 +93,10 @@ StepOutcome ScreenSteps::closeScreen(const Step& step)
 
 StepOutcome ScreenSteps::snapshot(const Step& step)
 {
-    StepFields f(step, {QStringLiteral("screen"), QStringLiteral("path")});
+    StepFields f(step, {QStringLiteral("screen"), QStringLiteral("path"), QStringLiteral("overwrite")});
     const int id = f.integer("screen", 0, INT_MIN, INT_MAX, true);
     const QString path = f.string("path", QString(), true);
+    const bool overwrite = f.boolean("overwrite", false);
     if (!f.ok())
         return StepOutcome::error(f.problem());
     if (path.isEmpty())
@@ -110,22 +104,38 @@ StepOutcome ScreenSteps::snapshot(const Step& step)
     if (!screens().screenById(id))
         return StepOutcome::error(QStringLiteral("unknown screen %1").arg(id));
 
-    const QString file = resolvePath(path);
-    if (!screens().saveSnapshot(id, file))
-        return StepOutcome::error(QStringLiteral("snapshot of screen %1 to %2 failed").arg(id).arg(file));
+    // The picture first, so that a screen with none leaves no file behind.
+    const QImage picture = screens().grabScreen(id);
+    if (picture.isNull())
+        return StepOutcome::error(QStringLiteral("screen %1 has no picture (not drawn)").arg(id));
+    OutputFile file;
+    QString why;
+    if (!m_paths.open(path, overwrite, file, why))
+        return StepOutcome::error(QStringLiteral("\"path\": %1").arg(why));
+    // Written through the descriptor opened inside --out, never by name.
+    QFile out;
+    const bool written = out.open(file.fd(), QIODevice::WriteOnly, QFileDevice::DontCloseHandle)
+        && picture.save(&out, "PNG") && out.flush();
+    out.close();
+    if (!written) {
+        file.discard();
+        return StepOutcome::error(
+            QStringLiteral("snapshot of screen %1 to %2 failed: %3").arg(id).arg(file.path(), out.errorString()));
+    }
     JsonLine extra;
-    extra.add(QStringLiteral("path"), file);
+    extra.add(QStringLiteral("path"), file.path());
     return StepOutcome::ok(extra);
 }
 
 StepOutcome ScreenSteps::record(const Step& step)
 {
     StepFields f(step, {QStringLiteral("screen"), QStringLiteral("path"), QStringLiteral("ms"),
-                        QStringLiteral("fps")});
+                        QStringLiteral("fps"), QStringLiteral("overwrite")});
     const int id = f.integer("screen", 0, INT_MIN, INT_MAX, true);
     const QString path = f.string("path", QString(), true);
     const int ms = f.integer("ms", 0, 1, kMaxRecordMs, true);
     const int fps = f.integer("fps", 30, 1, 240);
+    const bool overwrite = f.boolean("overwrite", false);
     if (!f.ok())
         return StepOutcome::error(f.problem());
     if (path.isEmpty())
@@ -135,11 +145,18 @@ StepOutcome ScreenSteps::record(const Step& step)
     if (m_recordings.contains(id))
         return StepOutcome::error(QStringLiteral("screen %1 is already recording").arg(id));
 
-    const QString file = resolvePath(path);
-    if (!screens().startRecording(id, file, fps))
-        return StepOutcome::error(QStringLiteral("recording screen %1 to %2 failed").arg(id).arg(file));
+    OutputFile file;
+    QString why;
+    if (!m_paths.open(path, overwrite, file, why))
+        return StepOutcome::error(QStringLiteral("\"path\": %1").arg(why));
+    // The recorder writes through the descriptor opened inside --out.
+    if (!screens().startRecording(id, file.takeFd(), file.path(), fps)) {
+        file.discard();
+        return StepOutcome::error(
+            QStringLiteral("recording screen %1 to %2 failed").arg(id).arg(file.path()));
+    }
     Recording recording;
-    recording.path = file;
+    recording.path = file.path();
     recording.timer = new QTimer(this);
     recording.timer->setSingleShot(true);
     connect(recording.timer, &QTimer::timeout, this, [this, id] { finishRecording(id, false); });
@@ -147,7 +164,7 @@ StepOutcome ScreenSteps::record(const Step& step)
     m_recordings.insert(id, recording);
 
     JsonLine extra;
-    extra.add(QStringLiteral("path"), file);
+    extra.add(QStringLiteral("path"), recording.path);
     return StepOutcome::ok(extra);
 }
 

@@ -5,10 +5,15 @@
 // host line {"t", "host": "recordFinished", "screen", "path"}. Closing the
 // screen, or the end of the run, ends it early (the line says "cut": true).
 //
-// Threading: GUI thread. Paths of snapshots and recordings that are relative
-// are taken from the output directory (--out).
+// Snapshots and recordings are written only inside the output directory
+// (--out), through OutputPaths: relative paths are taken from it, new folders
+// below it are made, symbolic links are not followed, and an existing file is
+// replaced only with "overwrite": true in the step.
+//
+// Threading: GUI thread.
 #pragma once
 
+#include "OutputPaths.h"
 #include "StepOutcome.h"
 #include "StepParser.h"
 
@@ -44,7 +49,6 @@ signals:
     void recordingsFinished();
 
 private:
-    QString resolvePath(const QString& path) const;
     void finishRecording(int screenId, bool cut);
 
     struct Recording
@@ -54,7 +58,7 @@ private:
     };
 
     // All fields: GUI thread.
-    const QString m_outDir;
+    const OutputPaths m_paths;
     const bool m_defaultOffscreen;
     EventHub& m_hub;
     QMap<int, Recording> m_recordings; // screen id -> running recording

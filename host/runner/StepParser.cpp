@@ -1,5 +1,7 @@
 #include "StepParser.h"
 
+#include "JsonValidation.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonParseError>
@@ -91,6 +93,10 @@ ParseOutcome parseStep(const RawLine& raw, const QMap<QString, QString>& variabl
     if (text.isEmpty() || text.startsWith('#'))
         return ParseOutcome::Skip;
 
+    // Structure first (duplicate keys, depth, syntax): only clean text
+    // reaches Qt's parser.
+    if (!validateStepJson(text, problem))
+        return ParseOutcome::Error;
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(text, &error);
     if (error.error != QJsonParseError::NoError) {

@@ -3,7 +3,12 @@
 // variables as ${name} (from --set NAME=VALUE, plus "out" and "show_dir");
 // "$$" writes a single "$".
 //
-// Threading: any (pure functions).
+// A step's text must be one JSON object with no duplicate key (at any depth)
+// and at most kMaxJsonDepth levels of nesting (JsonValidation.h); anything
+// else is an error line.
+//
+// Threading: any (pure functions; no Qt application needed). Bytes to steps:
+// LineAssembler::feed()/finish()/takeLine(), then parseStep() on each line.
 #pragma once
 
 #include "LineAssembler.h"

@@ -121,15 +121,15 @@ void StdinStepSource::readAvailable()
         m_lines.finish();
         m_notifier->setEnabled(false);
     }
-    // Many lines waiting: let the pipe hold the rest until the show catches up.
-    if (m_lines.queuedLines() >= kHighWater)
+    // A full queue: let the pipe hold the rest until the show catches up.
+    if (!hasRoom(m_lines))
         m_notifier->setEnabled(false);
     emit linesAvailable();
 }
 
 bool StdinStepSource::hasLine()
 {
-    if (!m_lines.finished() && !m_notifier->isEnabled() && m_lines.queuedLines() < kHighWater / 2)
+    if (!m_notifier->isEnabled() && hasRoom(m_lines))
         m_notifier->setEnabled(true);
     return m_lines.hasLine();
 }

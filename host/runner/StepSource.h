@@ -4,8 +4,10 @@
 // the source it came from.
 //
 // Input is pulled: the runner asks hasLine() when it can run a step, and a
-// source reads more input only while few lines are queued, so a flood of
-// input waits in the pipe or socket instead of in memory.
+// source reads more input only while its queue is short (fewer than
+// kHighWater lines and fewer than kMaxQueuedBytes bytes), so a flood of input
+// waits in the pipe or socket instead of in memory: a source holds at most
+// about 4 MiB of whole lines plus the line being read (at most 1 MiB).
 //
 // Threading: GUI thread. Ownership: the runner owns its sources (parent).
 #pragma once
@@ -48,13 +50,20 @@ public:
     /// on stdout).
     QString replyTag;
 
+    static constexpr int kMaxLineBytes = 1 << 20;           ///< 1 MiB: longer lines are errors
+    static constexpr int kHighWater = 256;                  ///< read no more input beyond this many lines
+    static constexpr qint64 kMaxQueuedBytes = 4 * (1 << 20); ///< ... or beyond this many bytes of lines
+
 signals:
     /// New input arrived: the runner should look again.
     void linesAvailable();
 
 protected:
-    static constexpr int kMaxLineBytes = 1 << 20; ///< 1 MiB: longer lines are errors
-    static constexpr int kHighWater = 256;        ///< read no more input beyond this many lines
+    /// Whether a source with this queue may read more input.
+    static bool hasRoom(const LineAssembler& lines)
+    {
+        return !lines.finished() && lines.queuedLines() < kHighWater && lines.queuedBytes() < kMaxQueuedBytes;
+    }
 
 private:
     const QString m_name;
@@ -100,5 +109,5 @@ private:
     void readAvailable();
 
     LineAssembler m_lines{kMaxLineBytes};
-    QSocketNotifier* m_notifier = nullptr; // child; disabled while many lines wait
+    QSocketNotifier* m_notifier = nullptr; // child; disabled while the queue is full (hasRoom)
 };

@@ -14,7 +14,10 @@
 #include "ControlServer.h"
 #include "EventHub.h"
 #include "HelpText.h"
+#include "DisplayLoss.h"
 #include "HostSteps.h"
+#include "MediaRoots.h"
+#include "MediaErrorReport.h"
 #include "Progress.h"
 #include "RunnerOptions.h"
 #include "ScreenSteps.h"
@@ -95,6 +98,17 @@ int main(int argc, char** argv)
     UI_Proc_KELMOR_Player_Desktop& service = UI_Proc_KELMOR_Player_Desktop::getInstance();
     UI_Proc_KELMOR_PlayersManage_Desktop::getInstance();
 
+    QStringList mediaRoots;
+    for (const QString& given : options.mediaRoots) {
+        QString root;
+        if (!mediaroots::canonicalRoot(given, root, error)) {
+            console::note(error);
+            return 1;
+        }
+        mediaRoots << root;
+    }
+    mediaroots::setRoots(mediaRoots);
+
     const QString outDir = QDir(options.outDir).absolutePath();
     if (!QDir().mkpath(outDir)) {
         console::note(QStringLiteral("cannot make the output directory %1").arg(outDir));
@@ -109,8 +123,10 @@ int main(int argc, char** argv)
     const bool offscreen = defaultOffscreen(options.screenMode);
     EventHub hub(options.positionIntervalMs);
     hub.attach(service);
+    MediaErrorReport mediaErrors(hub); // a host line for each layer's media error
     StepRunner runner(options, variables);
     ScreenSteps screens(outDir, offscreen, hub);
+    DisplayLoss displayLoss(screens, hub); // a lost X server ends the run (exit 3)
     HostSteps host(runner, hub, screens);
     runner.setHostSteps(&host);
     Progress progress(screens);
@@ -133,7 +149,7 @@ int main(int argc, char** argv)
         if (options.showPath.isEmpty())
             progress.follow(input);
     }
-    if (options.listenPort >= 0 && !server.listen(options.listenAddress, options.listenPort, error)) {
+    if (options.listenPort >= 0 && !server.listen(options.listenAddress, options.listenPort, options.token, error)) {
         console::note(error);
         return 1;
     }
@@ -165,7 +181,7 @@ int main(int argc, char** argv)
 
     console::note(QStringLiteral("%1 screens by default; audio output %2")
                       .arg(offscreen ? QStringLiteral("offscreen") : QStringLiteral("windowed"),
-                           options.audioOutput.isEmpty() ? QStringLiteral("(libmpv's choice)")
+                           options.audioOutput.isEmpty() ? QStringLiteral("(the engine's list)")
                                                          : options.audioOutput));
     if (options.progress)
         progress.start();

@@ -10,7 +10,9 @@ namespace runner_test {
 
 QString showBinary()
 {
-    return QStringLiteral(KELMOR_SHOW_BINARY);
+    // KELMOR_SHOW_BINARY in the environment runs the tests against another
+    // build of the runner (an older one, to see a test fail before a fix).
+    return qEnvironmentVariable("KELMOR_SHOW_BINARY", QStringLiteral(KELMOR_SHOW_BINARY));
 }
 
 QString examplesDir()
@@ -210,6 +212,12 @@ bool LiveRunner::readLines(int timeoutMs)
 {
     if (!m_process.waitForReadyRead(timeoutMs))
         return false;
+    takeStdout();
+    return true;
+}
+
+void LiveRunner::takeStdout()
+{
     m_buffer += m_process.readAllStandardOutput();
     int newline;
     while ((newline = m_buffer.indexOf('\n')) >= 0) {
@@ -221,7 +229,6 @@ bool LiveRunner::readLines(int timeoutMs)
         else if (!raw.trimmed().isEmpty())
             ADD_FAILURE() << "stdout line is not a JSON object: " << raw.toStdString();
     }
-    return true;
 }
 
 QJsonObject LiveRunner::nextLine(const std::function<bool(const QJsonObject&)>& match,
@@ -245,6 +252,42 @@ int LiveRunner::waitForExit(int timeoutMs)
         return -1;
     m_buffer += m_process.readAllStandardOutput();
     return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+}
+
+QString LiveRunner::waitForStderr(const QString& needle, int timeoutMs)
+{
+    QDeadlineTimer deadline(timeoutMs);
+    for (;;) {
+        m_stderr += QString::fromUtf8(m_process.readAllStandardError());
+        if (m_stderr.contains(needle) || deadline.hasExpired()
+            || m_process.state() == QProcess::NotRunning)
+            return m_stderr;
+        // Waiting on stdout reads whatever arrives on stderr as well.
+        m_process.waitForReadyRead(50);
+        takeStdout();
+    }
+}
+
+QProcessEnvironment measuredEnvironment()
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    const QString asan = env.value(QStringLiteral("ASAN_OPTIONS"));
+    env.insert(QStringLiteral("ASAN_OPTIONS"),
+               (asan.isEmpty() ? QString() : asan + QLatin1Char(':')) + QStringLiteral("quarantine_size_mb=4"));
+    return env;
+}
+
+qint64 processMemoryKiB(qint64 pid, const char* field)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    const QByteArray prefix = QByteArray(field) + ':';
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith(prefix))
+            return line.mid(prefix.size()).trimmed().split(' ').value(0).toLongLong();
+    }
+    return -1;
 }
 
 std::function<bool(const QJsonObject&)> replyToLine(int line)

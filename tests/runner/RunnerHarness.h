@@ -10,12 +10,14 @@
 #include <QJsonObject>
 #include <QList>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
 namespace runner_test {
 
-/// The kelmor-show binary.
+/// The kelmor-show binary (the KELMOR_SHOW_BINARY environment variable, when
+/// set, names another).
 QString showBinary();
 /// The media directory, made on first use (clip.mp4, quadrants.mp4,
 /// still-a.png, still-b.png); empty (and a test failure) when ffmpeg fails.
@@ -74,15 +76,33 @@ public:
     /// Waits for the exit; -1 when it does not come.
     int waitForExit(int timeoutMs = 20000);
     const QList<QJsonObject>& seen() const { return m_seen; }
+    /// Waits until the runner's stderr holds `needle`; returns everything
+    /// read from stderr so far (also when the needle never comes). Stderr
+    /// read here is no longer in process().readAllStandardError().
+    QString waitForStderr(const QString& needle, int timeoutMs = 20000);
+    /// The runner's process id (0 when not running).
+    qint64 pid() const { return m_process.processId(); }
 
 private:
     bool readLines(int timeoutMs);
+    void takeStdout(); // appends what stdout has to m_buffer, parses whole lines
 
     QProcess m_process;
+    QString m_stderr; // stderr read by waitForStderr
     QByteArray m_buffer;
     QList<QJsonObject> m_seen;
     int m_next = 0; // index in m_seen of the next line to look at
 };
+
+/// The environment for a runner whose memory a test measures. Under
+/// AddressSanitizer freed blocks are held back (its quarantine, 256 MB by
+/// default) and would count as the runner's own; a small quarantine keeps
+/// the resident size close to what the runner holds. No effect otherwise.
+QProcessEnvironment measuredEnvironment();
+
+/// A field of /proc/PID/status in KiB ("VmRSS", "VmHWM"); -1 when it
+/// cannot be read.
+qint64 processMemoryKiB(qint64 pid, const char* field);
 
 /// The reply (ok or error) to line `line`, for LiveRunner::nextLine.
 std::function<bool(const QJsonObject&)> replyToLine(int line);
