@@ -32,13 +32,17 @@ enum TimerOp {
     TimerDuration = 5,
 };
 
-/// Starts the timer's run. A timer that is already playing keeps its run:
-/// starting it again would make the calling (GUI) thread wait for the whole
-/// pass to end before replaying it. (A run whose thread has not yet entered
-/// its loop still reads as stopped and is not caught here.)
+/// Starts the timer's run. A run that is playing and still meant to go on
+/// keeps going: starting it again would make the calling (GUI) thread wait
+/// for the whole pass to end before replaying it. A run that a stop or a
+/// pause has just ended (a content change stops the timer) may still read as
+/// playing while its loop finishes; it is replaced at once: startThread joins
+/// that loop, which the stop woke, so the wait is short, and the old run
+/// still reports its stop before the new one reports its start. (A run whose
+/// thread has not yet entered its loop counts as playing.)
 void startTimedItem(UI_Proc_KELMOR_PlayerTimer_Desktop* timer)
 {
-    if (timer->getPlayState() == kTimerPlaying) {
+    if (timer->getPlayState() == kTimerPlaying && timer->isRunning()) {
         qDebug() << "timer start ignored: the item is already playing";
         return;
     }

@@ -275,3 +275,8 @@ int UI_Proc_KELMOR_PlayerTimer_Desktop::getPlayState()
 {
     return playState;
 }
+
+bool UI_Proc_KELMOR_PlayerTimer_Desktop::isRunning() const
+{
+    return running;
+}

@@ -61,6 +61,11 @@ public:
     qint64 getCurrProgress();
     qint64 getDuration();
     int getPlayState();
+    /// Whether the current run is to go on: false from a stop, a pause or
+    /// the destruction on, even while the ending loop still reads as playing
+    /// (1201) for a moment. A run that ends by using up its passes leaves it
+    /// true; its play state then tells that it stopped.
+    bool isRunning() const;
 
 signals:
     void started(int layerId, int bankId);

@@ -39,14 +39,18 @@ MpvBackend::~MpvBackend()
 {
     m_engine.forget(this);
     m_relay->detach(); // nothing reaches the pump from here on
-    if (m_mpv) {
-        // Destroyed without release(): free the core all the same, off this thread.
+    // Destroyed without release(), or before the release finished: free the
+    // render context here (libmpv may wait for its video output to go) and
+    // the core off this thread, all the same.
+    mpv_handle* mpv = m_mpv ? m_mpv : m_retiring;
+    m_mpv = nullptr;
+    m_retiring = nullptr;
+    if (mpv) {
         m_audio.detach();
         m_relay->stopWakeups();
         m_frames.reset();
         std::shared_ptr<MpvRelay> relay = m_relay;
-        MpvReaper::instance().destroy(m_mpv, [relay] {});
-        m_mpv = nullptr;
+        MpvReaper::instance().destroy(mpv, [relay] {});
     }
 }
 
@@ -279,28 +283,6 @@ PlayerStatistics MpvBackend::statistics() const
     PlayerStatistics stats = m_stats;
     stats.video.frame_rate = m_containerFps > 0.0 ? m_containerFps : m_estimatedFps;
     return stats;
-}
-
-void MpvBackend::release()
-{
-    if (m_released)
-        return;
-    m_released = true;
-    m_fader->cancel(m_fader->running());
-    m_ready = Ready();
-    m_audio.detach();
-    m_relay->stopWakeups();
-    m_frames.reset(); // before the core: libmpv needs its render context gone first
-    PlayerEventSink* sink = &m_sink;
-    std::shared_ptr<MpvRelay> relay = m_relay;
-    auto announce = [relay, sink] { relay->post([sink] { sink->released(); }); };
-    if (m_mpv) {
-        mpv_handle* mpv = m_mpv;
-        m_mpv = nullptr;
-        MpvReaper::instance().destroy(mpv, announce);
-    } else {
-        announce();
-    }
 }
 
 void MpvBackend::setVolume(double volume)

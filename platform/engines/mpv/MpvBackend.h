@@ -46,8 +46,16 @@
 // - Clock type 1: the position follows updateExternalClock (MpvClock.h).
 // - Audio (MpvAudio.h): from any thread.
 // - Decoders (MpvDecoders.h): one debug line per source names the decoder.
-// - release(): the core is destroyed on the reaper's thread (MpvReaper.h),
-//   then released() is reported on the player's thread.
+// - release() (MpvBackendRelease.cpp) never waits on libmpv: with a render
+//   context, the core is told to stop (asynchronously) and the context is
+//   freed only once libmpv reports its video output gone ("current-vo"
+//   unavailable), from a later turn of the player's thread; meanwhile the
+//   output screens keep taking the core's due frames (the source stays
+//   registered, VideoFrameSource.h), so the video output never waits for a
+//   frame that is not drawn. Freeing the context earlier would block until
+//   libmpv's video output gave up on its frame (up to 200 ms). Then the core
+//   is destroyed on the reaper's thread (MpvReaper.h), and released() is
+//   reported on the player's thread. Events of a released core are dropped.
 // - Bad sources (MpvBackendChecks.cpp): a source that cannot be played is
 //   reported with sink.mediaError(path, reason) and one debug line ("mpv:
 //   cannot play ..."), once per open; the next open works as usual. A local
@@ -237,6 +245,16 @@ private:
     double m_estimatedFps = 0.0;
     QString m_reportedDecoder;           // hwdec-current already written for this source
     QString m_hwdecSeen;                 // the last "hwdec-current" observed
+
+    // Release (MpvBackendRelease.cpp). Player's thread.
+    /// Reads the events of the core being released; the one that tells its
+    /// video output is gone schedules finishRelease().
+    void drainRetiring();
+    /// Frees the render context and hands the core to the reaper.
+    void finishRelease();
+    /// Destroys `mpv` (may be null) on the reaper's thread, then reports released().
+    void handToReaper(mpv_handle* mpv);
+    mpv_handle* m_retiring = nullptr;    // the released core while its render context is let go
 
     // Live sources (MpvSources.h); the functions are in MpvBackendLive.cpp.
     // Player's thread.

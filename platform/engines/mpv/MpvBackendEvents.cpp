@@ -153,6 +153,10 @@ void MpvBackend::startCore()
 void MpvBackend::drainEvents()
 {
     m_relay->drainStarted();
+    if (m_retiring) {
+        drainRetiring(); // released: only the end of its video output matters
+        return;
+    }
     // A handler may release the core (a directly connected receiver of the
     // player's signals): the loop ends then.
     while (m_mpv) {

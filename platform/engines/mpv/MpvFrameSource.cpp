@@ -18,6 +18,13 @@ void* procAddress(void*, const char* name)
 
 } // namespace
 
+std::atomic<int> MpvFrameSource::s_live{0};
+
+int MpvFrameSource::liveRenderContexts()
+{
+    return s_live.load();
+}
+
 std::unique_ptr<MpvFrameSource> MpvFrameSource::create(mpv_handle* mpv)
 {
     if (!mpv || !compositorContext())
@@ -36,6 +43,7 @@ std::unique_ptr<MpvFrameSource> MpvFrameSource::create(mpv_handle* mpv)
         qDebug() << "mpv: no render context:" << mpv_error_string(error);
         return nullptr;
     }
+    s_live.fetch_add(1);
     std::unique_ptr<MpvFrameSource> source(new MpvFrameSource(render));
     mpv_render_context_set_update_callback(render, &MpvFrameSource::onUpdate, source.get());
     registerFrameSource(source.get());
@@ -58,6 +66,7 @@ MpvFrameSource::~MpvFrameSource()
         m_gate->remove(this);
     mpv_render_context_set_update_callback(m_render, nullptr, nullptr);
     mpv_render_context_free(m_render);
+    s_live.fetch_sub(1);
     m_target.reset();
 }
 

@@ -18,9 +18,13 @@
 // context current); the update callback may run on any thread.
 // Lifetime: made right after the core is initialised (before any source is
 // loaded, as libmpv needs its render context before video starts) and
-// destroyed before the core is.
+// destroyed before the core is. A released player's source is no longer
+// drawn but stays registered until libmpv's video output is gone (the
+// compositor takes its due frames undrawn meanwhile), so that destroying it
+// never waits on libmpv (MpvBackend.h, release()).
 #pragma once
 
+#include "MpvEngine.h"
 #include "MpvStartGate.h"
 #include "VideoFrameSource.h"
 
@@ -57,12 +61,17 @@ public:
     /// Joins a start gate (MpvStartGate.h): new frames wait for the group.
     void joinStartGate(const std::shared_ptr<MpvStartGate>& gate);
 
+    /// Render contexts made and not yet freed, in the whole process (any
+    /// thread): what a leak check of released players looks at.
+    KELMOR_ENGINE_MPV_EXPORT static int liveRenderContexts();
+
 private:
     explicit MpvFrameSource(mpv_render_context* render);
     static void onUpdate(void* self); // libmpv's threads
     /// Lets libmpv take its due frame without drawing it.
     void skipFrame();
 
+    static std::atomic<int> s_live;         // render contexts not yet freed
     mpv_render_context* m_render;           // GUI thread
     std::atomic<bool> m_pending{false};     // a frame is due (any thread)
     // GUI thread.
