@@ -1,5 +1,7 @@
 #include "Console.h"
 
+#include "JsonLine.h"
+
 #include <QElapsedTimer>
 #include <cstdio>
 
@@ -34,6 +36,14 @@ void note(const QString& text)
 {
     std::fprintf(stderr, "kelmor-show: %s\n", text.toLocal8Bit().constData());
     std::fflush(stderr);
+}
+
+QByteArray refusalLine(const QString& problem)
+{
+    JsonLine line;
+    line.add(QStringLiteral("t"), static_cast<double>(msSinceStart()));
+    line.add(QStringLiteral("error"), problem);
+    return line.toLine();
 }
 
 } // namespace console

@@ -22,5 +22,8 @@ qint64 msSinceStart();
 void writeLine(const QByteArray& line);
 /// "kelmor-show: <text>" on stderr.
 void note(const QString& text);
+/// {"t", "error": problem} as one line: a refusal that answers no step (a
+/// connection turned away or closed), for the client it concerns.
+QByteArray refusalLine(const QString& problem);
 
 } // namespace console

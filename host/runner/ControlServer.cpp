@@ -30,14 +30,6 @@ private:
     std::function<void(qintptr)> m_accept;
 };
 
-QByteArray refusalLine(const QString& problem)
-{
-    JsonLine line;
-    line.add(QStringLiteral("t"), static_cast<double>(console::msSinceStart()));
-    line.add(QStringLiteral("error"), problem);
-    return line.toLine();
-}
-
 } // namespace
 
 ControlServer::ControlServer(StepRunner& runner, EventHub& hub, QObject* parent)
@@ -105,7 +97,7 @@ void ControlServer::accept(qintptr descriptor)
     if (m_clients.size() >= kMaxClients || m_runner.quitting()) {
         // Said once, then closed at once: a burst of connections must not
         // keep descriptors lingering.
-        connection->write(refusalLine(m_runner.quitting() ? QStringLiteral("the runner is ending")
+        connection->write(console::refusalLine(m_runner.quitting() ? QStringLiteral("the runner is ending")
                                                           : QStringLiteral("too many live-control connections")));
         connection->abort();
         return;

@@ -15,14 +15,6 @@ constexpr qint64 kChunk = 64 * 1024;
 /// rest wait for the next turn, so a flood of them cannot hold the loop.
 constexpr int kScreenedPerCall = 64;
 
-QByteArray refusalLine(const QString& problem)
-{
-    JsonLine line;
-    line.add(QStringLiteral("t"), static_cast<double>(console::msSinceStart()));
-    line.add(QStringLiteral("error"), problem);
-    return line.toLine();
-}
-
 } // namespace
 
 TcpStepSource::TcpStepSource(TcpConnection* connection, QString name, StepRunner& runner,
@@ -40,7 +32,7 @@ TcpStepSource::TcpStepSource(TcpConnection* connection, QString name, StepRunner
         m_authDeadline->setSingleShot(true);
         connect(m_authDeadline, &QTimer::timeout, this, [this] {
             console::note(QStringLiteral("%1: no token within %2 ms; disconnected").arg(this->name()).arg(kAuthDeadlineMs));
-            disconnectWith(refusalLine(QStringLiteral("not authenticated within %1 ms; disconnected").arg(kAuthDeadlineMs)));
+            disconnectWith(console::refusalLine(QStringLiteral("not authenticated within %1 ms; disconnected").arg(kAuthDeadlineMs)));
         });
         m_authDeadline->start(kAuthDeadlineMs);
     }
@@ -202,7 +194,7 @@ void TcpStepSource::send(const QByteArray& line)
 void TcpStepSource::refuseInput(const QString& problem)
 {
     console::note(QStringLiteral("%1: %2").arg(name(), problem));
-    disconnectWith(refusalLine(problem));
+    disconnectWith(console::refusalLine(problem));
 }
 
 void TcpStepSource::disconnectWith(const QByteArray& line)

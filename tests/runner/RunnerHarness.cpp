@@ -298,4 +298,19 @@ std::function<bool(const QJsonObject&)> replyToLine(int line)
     };
 }
 
+quint16 startListening(LiveRunner& runner, const QString& dir, const QStringList& more,
+                       QString* address)
+{
+    QStringList args{QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--no-progress"),
+                     QStringLiteral("--listen"), QStringLiteral("0")};
+    if (!runner.start(args + more, dir))
+        return 0;
+    const QJsonObject listening = runner.nextLine([](const QJsonObject& o) {
+        return o.value(QStringLiteral("host")).toString() == QLatin1String("listening");
+    });
+    if (address)
+        *address = listening.value(QStringLiteral("address")).toString();
+    return quint16(listening.value(QStringLiteral("port")).toInt());
+}
+
 } // namespace runner_test

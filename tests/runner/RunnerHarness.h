@@ -107,4 +107,10 @@ qint64 processMemoryKiB(qint64 pid, const char* field);
 /// The reply (ok or error) to line `line`, for LiveRunner::nextLine.
 std::function<bool(const QJsonObject&)> replyToLine(int line);
 
+/// Starts `runner` listening on a free port (--listen 0, plus `more`);
+/// returns the port (0 when it did not start) and, when asked, the address
+/// its "listening" line names.
+quint16 startListening(LiveRunner& runner, const QString& dir, const QStringList& more = {},
+                       QString* address = nullptr);
+
 } // namespace runner_test

@@ -15,18 +15,6 @@ namespace {
 
 const char* const kToken = "s3cret-token-for-tests-0123456789";
 
-quint16 startListening(LiveRunner& runner, const QString& dir, const QStringList& more)
-{
-    QStringList args{QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--no-progress"),
-                     QStringLiteral("--listen"), QStringLiteral("0")};
-    if (!runner.start(args + more, dir))
-        return 0;
-    const QJsonObject listening = runner.nextLine([](const QJsonObject& o) {
-        return o.value(QStringLiteral("host")).toString() == QLatin1String("listening");
-    });
-    return quint16(listening.value(QStringLiteral("port")).toInt());
-}
-
 bool isEvent(const QJsonObject& o)
 {
     return o.contains(QStringLiteral("event"));

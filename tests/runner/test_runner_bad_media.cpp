@@ -137,13 +137,7 @@ TEST(RunnerBadMedia, MediaErrorReachesLiveControlClients)
     const QString dir = freshWorkDir(QStringLiteral("bad-media-client"));
     const QString missing = dir + QStringLiteral("/no-such-picture.png");
     LiveRunner runner;
-    ASSERT_TRUE(runner.start({QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--no-progress"),
-                              QStringLiteral("--listen"), QStringLiteral("0")},
-                             dir));
-    const QJsonObject listening = runner.nextLine([](const QJsonObject& o) {
-        return o.value(QStringLiteral("host")).toString() == QLatin1String("listening");
-    });
-    const quint16 port = quint16(listening.value(QStringLiteral("port")).toInt());
+    const quint16 port = startListening(runner, dir);
     ASSERT_NE(port, 0);
     QTcpSocket client;
     client.connectToHost(QStringLiteral("127.0.0.1"), port);

@@ -63,18 +63,12 @@ bool isReply(const QJsonObject& o)
 }
 
 /// Starts a runner listening on a free loopback port; returns the port.
-quint16 startListening(LiveRunner& runner, const QString& dir, const QStringList& more = {})
+quint16 startOnLoopback(LiveRunner& runner, const QString& dir, const QStringList& more = {})
 {
-    QStringList args{QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--no-progress"),
-                     QStringLiteral("--listen"), QStringLiteral("0")};
-    args << more;
-    if (!runner.start(args, dir))
-        return 0;
-    const QJsonObject listening = runner.nextLine([](const QJsonObject& o) {
-        return o.value(QStringLiteral("host")).toString() == QLatin1String("listening");
-    });
-    EXPECT_EQ(listening.value(QStringLiteral("address")).toString(), QStringLiteral("127.0.0.1"));
-    return quint16(listening.value(QStringLiteral("port")).toInt());
+    QString address;
+    const quint16 port = startListening(runner, dir, more, &address);
+    EXPECT_EQ(address, QStringLiteral("127.0.0.1"));
+    return port;
 }
 
 TEST(RunnerControl, StepsOverStdinAreAnsweredInOrderAndQuitSetsTheExitCode)
@@ -129,7 +123,7 @@ TEST(RunnerControl, EndOfStdinEndsTheRun)
 TEST(RunnerControl, TcpClientsGetTheirRepliesAndEveryEvent)
 {
     LiveRunner runner;
-    const quint16 port = startListening(runner, freshWorkDir(QStringLiteral("control-tcp")));
+    const quint16 port = startOnLoopback(runner, freshWorkDir(QStringLiteral("control-tcp")));
     ASSERT_NE(port, 0);
 
     LineClient a, b;
@@ -169,7 +163,7 @@ TEST(RunnerControl, TcpClientsGetTheirRepliesAndEveryEvent)
 TEST(RunnerControl, FloodOfTwoThousandStepsIsAnsweredLineByLineAndServingGoesOn)
 {
     LiveRunner runner;
-    const quint16 port = startListening(runner, freshWorkDir(QStringLiteral("control-flood")));
+    const quint16 port = startOnLoopback(runner, freshWorkDir(QStringLiteral("control-flood")));
     ASSERT_NE(port, 0);
     LineClient client;
     ASSERT_TRUE(client.connectTo(port));
@@ -218,7 +212,7 @@ TEST(RunnerControl, ShowFileAndPortTogetherKeepServingAfterTheFileEnds)
     show.close();
 
     LiveRunner runner;
-    const quint16 port = startListening(runner, dir, {QStringLiteral("--keep-running"), show.fileName()});
+    const quint16 port = startOnLoopback(runner, dir, {QStringLiteral("--keep-running"), show.fileName()});
     ASSERT_NE(port, 0);
     EXPECT_EQ(runner.nextLine(replyToLine(1)).value(QStringLiteral("ok")).toString(),
               QStringLiteral("setCurPlayerCount"));
@@ -234,7 +228,7 @@ TEST(RunnerControl, SigtermEndsTheRunInOrderWithItsLayersEnded)
 {
     ASSERT_FALSE(mediaDir().isEmpty());
     LiveRunner runner;
-    const quint16 port = startListening(runner, freshWorkDir(QStringLiteral("control-sigterm")));
+    const quint16 port = startOnLoopback(runner, freshWorkDir(QStringLiteral("control-sigterm")));
     ASSERT_NE(port, 0);
     LineClient client;
     ASSERT_TRUE(client.connectTo(port));

@@ -12,22 +12,10 @@ using namespace runner_test;
 
 namespace {
 
-quint16 listenOnLoopback(LiveRunner& runner, const QString& dir)
-{
-    if (!runner.start({QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--no-progress"),
-                       QStringLiteral("--listen"), QStringLiteral("0")},
-                      dir))
-        return 0;
-    const QJsonObject listening = runner.nextLine([](const QJsonObject& o) {
-        return o.value(QStringLiteral("host")).toString() == QLatin1String("listening");
-    });
-    return quint16(listening.value(QStringLiteral("port")).toInt());
-}
-
 TEST(RunnerHalfClose, RepliesToEveryLineArriveInOrderBeforeTheConnectionCloses)
 {
     LiveRunner runner;
-    const quint16 port = listenOnLoopback(runner, freshWorkDir(QStringLiteral("halfclose")));
+    const quint16 port = startListening(runner, freshWorkDir(QStringLiteral("halfclose")));
     ASSERT_NE(port, 0);
 
     RawClient client;

@@ -39,18 +39,6 @@ struct Flood
     bool done = false;
 };
 
-quint16 startListening(LiveRunner& runner, const QString& dir)
-{
-    if (!runner.start({QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--no-progress"),
-                       QStringLiteral("--listen"), QStringLiteral("0")},
-                      dir))
-        return 0;
-    const QJsonObject listening = runner.nextLine([](const QJsonObject& o) {
-        return o.value(QStringLiteral("host")).toString() == QLatin1String("listening");
-    });
-    return quint16(listening.value(QStringLiteral("port")).toInt());
-}
-
 TEST(RunnerLimits, EightClientsFloodingBehindAWaitLeaveMemoryBoundedAndServingGoesOn)
 {
     LiveRunner runner;
