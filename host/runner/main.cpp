@@ -16,6 +16,7 @@
 #include "HelpText.h"
 #include "DisplayLoss.h"
 #include "HostSteps.h"
+#include "MallocArenas.h"
 #include "MediaRoots.h"
 #include "MediaErrorReport.h"
 #include "Progress.h"
@@ -56,6 +57,8 @@ bool defaultOffscreen(RunnerOptions::ScreenMode mode)
 int main(int argc, char** argv)
 {
     console::startClock();
+    // Before libmpv or Qt start a thread (see MallocArenas.h).
+    malloc_arenas::limit();
 
     QStringList args;
     for (int i = 1; i < argc; ++i)
