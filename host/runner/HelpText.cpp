@@ -134,8 +134,10 @@ EVENTS
       {"t": MS, "ok": OP, "line": N, ...}  or
       {"t": MS, "error": PROBLEM, "line": N, "op": OP}
     Host lines: {"t", "host": "listening", "address", "port"} and
-    {"t", "host": "recordFinished", "screen", "path"} and, when the X server
-    goes away, {"t", "host": "displayLost", "code": 3, "reason"}.
+    {"t", "host": "recordFinished", "screen", "path"}, for a layer whose
+    source cannot be played {"t", "host": "mediaError", "bankId", "layerId",
+    "path", "reason"} and, when the X server goes away,
+    {"t", "host": "displayLost", "code": 3, "reason"}.
     TCP clients get their own steps' replies and every event and host line
     (once authenticated, when a token is in force). A client may shut down
     its sending side after its last step: the replies still come, then the
@@ -152,6 +154,11 @@ EXIT STATUS
          finished first)
     N    "quit" {"code": N}
     130, 143  ended by SIGINT, SIGTERM
+
+ENVIRONMENT
+    MALLOC_ARENA_MAX  glibc's malloc arenas; the runner uses 2 when it is
+                      unset, so that memory does not creep up over thousands
+                      of layer lifecycles
 
 EXAMPLES
     xvfb-run -a kelmor-show --ao null --out out --set media=$PWD/media examples/demo.show
