@@ -215,9 +215,16 @@ std::vector<const Operation*>& callableOps()
 
 } // namespace
 
+/// The module's debug lines are formatted as usual but not written: writing
+/// them to stderr would cost more than the commands themselves.
+static void dropMessage(QtMsgType, const QMessageLogContext&, const QString&)
+{
+}
+
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv)
 {
     static QCoreApplication app(*argc, *argv);
+    qInstallMessageHandler(dropMessage);
     RecordingEngine::install();
     for (int id = 1; id <= 2; ++id) {
         ScreenInfo info;
