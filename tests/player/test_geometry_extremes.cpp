@@ -29,14 +29,6 @@ bool allInRange(std::initializer_list<int> values)
 class GeometryExtremesTest : public GeometryTest
 {
 protected:
-    ScenePlayer* placedLayer()
-    {
-        ScenePlayer* scene = makeLayer();
-        openScreen(1);
-        service().addRenderer(geometryRecord());
-        return scene;
-    }
-
     /// A geometry record whose placement keys all come from (a, b, c, d):
     /// the unrotated rectangle is (a, b, c, d), the rotated one (b, a, d, c);
     /// the visible part starts at (a, b) and the ratio is c/d by d/c.

@@ -42,14 +42,6 @@ double scaledPosition(int v, double s, bool* ok)
 
 class GeometryExtremesWarpTest : public GeometryTest
 {
-protected:
-    ScenePlayer* placedLayer()
-    {
-        ScenePlayer* scene = makeLayer();
-        openScreen(1);
-        service().addRenderer(geometryRecord());
-        return scene;
-    }
 };
 
 TEST_F(GeometryExtremesWarpTest, ScaleRatioStoresTheQuotientsOfAnyValues)

@@ -78,6 +78,15 @@ protected:
         scaleRatio().clear();
     }
 
+    /// A layer of (kBank, kLayer) placed on screen 1 by geometryRecord().
+    ScenePlayer* placedLayer()
+    {
+        ScenePlayer* scene = makeLayer();
+        openScreen(1);
+        service().addRenderer(geometryRecord());
+        return scene;
+    }
+
     /// Files a layer (player and scene player) under (bankId, layerId). The
     /// player is deleted when it announces its release, as the service does
     /// for layers it creates.

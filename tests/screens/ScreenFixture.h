@@ -24,6 +24,42 @@
 #include <memory>
 #include <vector>
 
+/// The screen-identity keys of screen 1 for a layer.
+inline QMap<QString, QVariant> screenOneRecord(int bankId, int layerId)
+{
+    QMap<QString, QVariant> r;
+    r["bankId"] = bankId;
+    r["layerId"] = layerId;
+    r["screenId"] = 1;
+    r["screenType"] = 0;
+    r["clientGuid"] = QString();
+    return r;
+}
+
+/// addRenderer's record: the whole 320x180 picture shown in `geometry` of
+/// screen 1.
+inline QMap<QString, QVariant> screenOneRendererRecord(int bankId, int layerId, const QRect& geometry)
+{
+    QMap<QString, QVariant> r = screenOneRecord(bankId, layerId);
+    r["frameX"] = 0;
+    r["frameY"] = 0;
+    r["rendererX"] = geometry.x();
+    r["rendererY"] = geometry.y();
+    r["crossWidth"] = geometry.width();
+    r["crossHeight"] = geometry.height();
+    r["originalWidth"] = 320;
+    r["originalHeight"] = 180;
+    r["layerRotation"] = 0.0f;
+    r["isScal"] = false;
+    r["isRotation"] = false;
+    r["actualWidth"] = geometry.width();
+    r["actualHeight"] = geometry.height();
+    r["isFill"] = false;
+    r["relativeX"] = 0;
+    r["relativeY"] = 0;
+    return r;
+}
+
 /// Whether a pixel is within `tolerance` levels of a colour, per channel.
 inline bool near(QRgb pixel, QColor expected, int tolerance = 12)
 {

@@ -85,29 +85,7 @@ protected:
 
     static Record rendererRecord(int layerId, const QRect& geometry)
     {
-        Record r;
-        r["bankId"] = kBank;
-        r["layerId"] = layerId;
-        r["screenId"] = 1;
-        r["screenType"] = 0;
-        r["clientGuid"] = QString();
-        r["frameX"] = 0;
-        r["frameY"] = 0;
-        r["rendererX"] = geometry.x();
-        r["rendererY"] = geometry.y();
-        r["crossWidth"] = geometry.width();
-        r["crossHeight"] = geometry.height();
-        r["originalWidth"] = 320;
-        r["originalHeight"] = 180;
-        r["layerRotation"] = 0.0f;
-        r["isScal"] = false;
-        r["isRotation"] = false;
-        r["actualWidth"] = geometry.width();
-        r["actualHeight"] = geometry.height();
-        r["isFill"] = false;
-        r["relativeX"] = 0;
-        r["relativeY"] = 0;
-        return r;
+        return screenOneRendererRecord(kBank, layerId, geometry);
     }
 
     /// Waits until the player's source drew new frames, `frames` of them.

@@ -82,36 +82,13 @@ protected:
     /// The screen-identity keys of screen 1 for a layer.
     static Record screenRecord(int layerId)
     {
-        Record r;
-        r["bankId"] = kBank;
-        r["layerId"] = layerId;
-        r["screenId"] = 1;
-        r["screenType"] = 0;
-        r["clientGuid"] = QString();
-        return r;
+        return screenOneRecord(kBank, layerId);
     }
 
     /// addRenderer's record: the whole picture shown in `geometry` of screen 1.
     static Record rendererRecord(int layerId, const QRect& geometry)
     {
-        Record r = screenRecord(layerId);
-        r["frameX"] = 0;
-        r["frameY"] = 0;
-        r["rendererX"] = geometry.x();
-        r["rendererY"] = geometry.y();
-        r["crossWidth"] = geometry.width();
-        r["crossHeight"] = geometry.height();
-        r["originalWidth"] = 320;
-        r["originalHeight"] = 180;
-        r["layerRotation"] = 0.0f;
-        r["isScal"] = false;
-        r["isRotation"] = false;
-        r["actualWidth"] = geometry.width();
-        r["actualHeight"] = geometry.height();
-        r["isFill"] = false;
-        r["relativeX"] = 0;
-        r["relativeY"] = 0;
-        return r;
+        return screenOneRendererRecord(kBank, layerId, geometry);
     }
 
     /// Waits until screen 1 shows the quadrants in `area`.
