@@ -65,18 +65,33 @@ bool makeShared(SharedGl& gl)
     }
     QSurfaceFormat format = QSurfaceFormat::defaultFormat();
     format.setSwapInterval(0); // the compositor paces itself; windows never block each other
-    gl.surface = std::make_unique<QOffscreenSurface>();
-    gl.surface->setFormat(format);
-    gl.surface->create();
-    gl.context = std::make_unique<QOpenGLContext>();
-    gl.context->setFormat(format);
-    if (QOpenGLContext* global = QOpenGLContext::globalShareContext())
-        gl.context->setShareContext(global);
-    if (!gl.surface->isValid() || !gl.context->create() || !gl.context->makeCurrent(gl.surface.get())) {
-        qDebug() << "compositor: no OpenGL context could be made, output screens keep their state only";
+    // A display under load now and then refuses one surface or context; a
+    // few tries, a moment apart, keep that from costing the process its
+    // screens for good.
+    constexpr int kTries = 3;
+    for (int attempt = 1;; ++attempt) {
+        gl.surface = std::make_unique<QOffscreenSurface>();
+        gl.surface->setFormat(format);
+        gl.surface->create();
+        gl.context = std::make_unique<QOpenGLContext>();
+        gl.context->setFormat(format);
+        if (QOpenGLContext* global = QOpenGLContext::globalShareContext())
+            gl.context->setShareContext(global);
+        const char* failed = !gl.surface->isValid()                        ? "offscreen surface"
+                             : !gl.context->create()                       ? "context"
+                             : !gl.context->makeCurrent(gl.surface.get())  ? "make current"
+                                                                           : nullptr;
+        if (!failed)
+            break;
         gl.context.reset();
         gl.surface.reset();
-        return false;
+        if (attempt == kTries) {
+            qDebug() << "compositor: no OpenGL context could be made (" << failed
+                     << "failed), output screens keep their state only";
+            return false;
+        }
+        qDebug() << "compositor: OpenGL" << failed << "failed, try" << attempt << "of" << kTries;
+        QThread::msleep(50);
     }
     const auto* version = reinterpret_cast<const char*>(
         gl.context->functions()->glGetString(GL_VERSION));
