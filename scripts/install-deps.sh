@@ -11,6 +11,7 @@ packages=(
   libgl1-mesa-dri mesa-utils libx11-dev
   libgtest-dev
   nlohmann-json3-dev
+  liblo-dev liblo-tools libltc-dev libavdevice-dev libswresample-dev libcivetweb-dev
   ffmpeg mpv
   xvfb xauth
 )
