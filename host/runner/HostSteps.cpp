@@ -73,6 +73,14 @@ QStringList HostSteps::names()
             QStringLiteral("audio"),      QStringLiteral("log"),         QStringLiteral("quit")};
 }
 
+bool HostSteps::addStep(const QString& name, Handler handler)
+{
+    if (name.isEmpty() || !handler || m_handlers.contains(name))
+        return false;
+    m_handlers.insert(name, std::move(handler));
+    return true;
+}
+
 bool HostSteps::run(StepSource& source, const Step& step, StepOutcome& outcome)
 {
     const auto handler = m_handlers.constFind(step.op);

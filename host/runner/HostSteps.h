@@ -35,10 +35,18 @@ public:
     HostSteps(StepRunner& runner, EventHub& hub, ScreenSteps& screens, QObject* parent = nullptr);
     ~HostSteps() override;
 
+    using Handler = std::function<StepOutcome(StepSource&, const Step&)>;
+
     /// false when the step is not a host step.
     bool run(StepSource& source, const Step& step, StepOutcome& outcome);
 
-    /// The host steps' names.
+    /// Adds a host step of a protocol room (chase, publishScreen, ...), so
+    /// that every surface reaches it through the same step machinery. Set up
+    /// before the event loop; false (and nothing changes) when the name is
+    /// taken.
+    bool addStep(const QString& name, Handler handler);
+
+    /// The built-in host steps' names.
     static QStringList names();
 
     /// Ends every wait without answering (shutdown).
@@ -54,8 +62,6 @@ private:
         qint64 startedAt = 0;
         QTimer* timer = nullptr; // child of this object
     };
-    using Handler = std::function<StepOutcome(StepSource&, const Step&)>;
-
     StepOutcome wait(StepSource& source, const Step& step);
     StepOutcome waitFor(StepSource& source, const Step& step);
     StepOutcome log(const Step& step);
