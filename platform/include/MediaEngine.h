@@ -4,9 +4,20 @@
 //
 // One engine per process. installMediaEngine() chooses it, and must be called
 // before the first player is built; once a player has asked for the engine the
-// choice is fixed and later installs are refused. When none was installed
-// the players keep their state only: they remember what they were told and
-// report nothing by themselves.
+// choice is fixed and later installs are refused (one debug line).
+//
+// When the host installs nothing, the first player made after the Qt
+// application object loads the default engine, libmpv
+// (libKelmorEngineMpv, found next to libKelmorPlatform), so a host that only
+// links the module plays real media. Other choices are explicit: a host
+// installs its own engine (the tests install their recording engine), or
+// installStateOnlyEngine() for a host that plays and draws nothing, whose
+// players keep their state only: they remember what they were told and
+// report nothing by themselves. The choice is logged once, as one debug line
+// starting "media engine:". If the default engine cannot be loaded (libmpv
+// missing at run time), one debug line says why and the players keep their
+// state only. A player made before the application object exists gets no
+// engine (one debug line) and keeps its state; the choice stays open.
 //
 // A backend talks back through the PlayerEventSink its player gives it. Every
 // sink call must be made on the player's thread; a backend whose engine works
@@ -123,9 +134,19 @@ public:
 };
 
 /// Chooses the process's engine; false (and the engine is dropped) once the
-/// choice is fixed. Call before the first player is built.
+/// choice is fixed. Call before the first player is built. A null engine
+/// chooses the state-only mode, as installStateOnlyEngine() does.
 KELMOR_PLATFORM_EXPORT bool installMediaEngine(std::unique_ptr<MediaEngine> engine);
-/// The process's engine, or null when players keep state only. Fixes the choice.
+/// Chooses no engine: players keep their state only (hosts that play and
+/// draw nothing). false once the choice is fixed.
+KELMOR_PLATFORM_EXPORT bool installStateOnlyEngine();
+/// The process's engine, or null when players keep state only. The first
+/// call after the Qt application object exists fixes the choice, loading
+/// the default engine (libmpv) when none was installed; a call before it
+/// returns null and leaves the choice open.
 KELMOR_PLATFORM_EXPORT MediaEngine* mediaEngine();
+/// The name of the chosen engine ("mpv", the host's engine's name), "none"
+/// for the state-only mode, or empty while the choice is open.
+KELMOR_PLATFORM_EXPORT QString mediaEngineName();
 
 } // namespace QtAV

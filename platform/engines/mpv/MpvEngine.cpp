@@ -112,3 +112,10 @@ std::unique_ptr<MediaEngine> createMpvEngine(const MpvEngineOptions& options)
 }
 
 } // namespace QtAV
+
+// The default engine's entry point, found with dlsym by the platform when a
+// host installs no engine of its own (platform/src/DefaultEngine.h).
+extern "C" KELMOR_ENGINE_MPV_EXPORT QtAV::MediaEngine* kelmor_create_media_engine()
+{
+    return new QtAV::MpvEngine(QtAV::MpvEngineOptions());
+}
