@@ -12,6 +12,8 @@ packages=(
   libgtest-dev
   nlohmann-json3-dev
   liblo-dev liblo-tools libltc-dev libavdevice-dev libswresample-dev libcivetweb-dev
+  libpipewire-0.3-dev
+  doxygen help2man dpkg-dev file
   ffmpeg mpv
   xvfb xauth
 )

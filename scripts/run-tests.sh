@@ -22,6 +22,8 @@ step() { echo; echo "==== $*"; }
 step "default build"
 cmake --preset default >/dev/null
 cmake --build --preset default -j"$jobs"
+step "API reference (an undocumented public member fails it)"
+cmake --build --preset default --target api-docs
 step "default tests"
 run_x ctest --preset default -j"$jobs"
 

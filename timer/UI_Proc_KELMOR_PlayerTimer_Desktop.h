@@ -15,7 +15,9 @@
 //
 // Threading: every operation is called from the owner's thread (the layer
 // service's GUI thread); the loop runs on the timer's own thread and emits
-// the signals there, so they reach receivers on other threads queued.
+// its signals there, so they reach receivers on other threads queued
+// (paused(), and the stopped() of stopping a paused timer, are emitted on the
+// caller's thread).
 // Two mutexes, never held together: stateMutex guards running, the play-state
 // writes and the repeat counts; progressMutex guards the progress fields.
 // Signals are emitted with no mutex held. Fields read without a lock by
@@ -23,8 +25,9 @@
 //
 // Lifetime: stop or pause the timer before destroying it. A timer destroyed
 // while its loop runs stops the loop first (with a debug line) and then joins
-// its thread. startThread() and the destructor throw std::system_error
-// (resource deadlock) when called on the timer's own thread.
+// its thread. startThread() throws std::system_error (resource deadlock) when
+// called on the timer's own thread; the destructor, being noexcept, ends the
+// process (std::terminate) in that case.
 #pragma once
 
 #include "KelmorPlayerExport.h"
@@ -36,15 +39,26 @@
 #include <mutex>
 #include <thread>
 
+/// The timer of one layer's timed item (content without a media clock of
+/// its own): counts its playing time on a thread of its own in 20 ms ticks,
+/// reports progress, repeats the item and reports start, pause and stop.
+/// Operations on the owner's thread; play states 1200 stopped, 1201
+/// playing, 1202 paused.
 class KELMOR_PLAYER_EXPORT UI_Proc_KELMOR_PlayerTimer_Desktop : public QObject
 {
     Q_OBJECT
 public:
+    /// A stopped timer (1200) for the layer, with the length of one pass in
+    /// ms; its signals carry `layerId` and `bankId`. No thread runs until
+    /// startThread().
     UI_Proc_KELMOR_PlayerTimer_Desktop(int layerId, int bankId, qint64 duration);
+    /// Ends a running loop (with a debug line) and joins the timer's thread.
     ~UI_Proc_KELMOR_PlayerTimer_Desktop() override;
 
     /// Joins a previous loop (waiting for it to end), then runs startTimer on
-    /// a new thread.
+    /// a new thread; the play state is 1201 from the moment of the call. A
+    /// run continues from the position the timer holds. Throws
+    /// std::system_error when called on the timer's own thread.
     void startThread();
     /// The loop itself; runs on the calling thread until the run ends.
     void startTimer();
@@ -56,10 +70,17 @@ public:
     void setProgressTimer(qint64 msec);
     /// Extra passes after the first; resets the passes already done.
     void setRepeat(int count);
+    /// Sets the length of one pass in ms; a running loop uses it from its
+    /// next tick (a length at or below the position reached ends the pass
+    /// there).
     void setDuration(qint64 msec);
 
+    /// The position within the current pass, in ms (0 after a stop or a
+    /// finished pass). Any thread.
     qint64 getCurrProgress();
+    /// The length of one pass, in ms. Any thread.
     qint64 getDuration();
+    /// 1200 stopped, 1201 playing, 1202 paused. Any thread.
     int getPlayState();
     /// Whether the current run is to go on: false from a stop, a pause or
     /// the destruction on, even while the ending loop still reads as playing
@@ -68,14 +89,25 @@ public:
     bool isRunning() const;
 
 signals:
+    /// A run began (emitted on the loop's thread).
     void started(int layerId, int bankId);
+    /// A run ended while playing (its passes used up, or stopTimer()), on
+    /// the loop's thread; or stopTimer() stopped a paused timer, on the
+    /// caller's thread. A pause emits no stop.
     void stopped(int layerId, int bankId);
+    /// pauseTimer(`isPause`) was called (emitted on the caller's thread).
     void paused(int layerId, int bankId, bool isPause);
+    /// The position in ms, on the loop's thread: about 20 ms after a run
+    /// starts, then every 100 ms, and 0 at once at the end of each pass.
     void setProgressTimered(int layerId, int bankId, qint64 timeMsec);
     // Declared for the service's connections; this timer never emits them.
+    /// Never emitted; declared for the layer service's connection.
     void setRepeated(int layerId, int bankId, int count);
+    /// Never emitted; declared for the layer service's connection.
     void setSynchClocked(int layerId, int bankId, float timeMsec);
+    /// Never emitted; declared for the layer service's connection.
     void playReadyed(int layerId, int bankId, qint64 timeMsec, bool isPause);
+    /// Never emitted; declared for the layer service's connection.
     void resetPlayed(int layerId, int bankId, bool isPause);
 
 private:

@@ -20,29 +20,40 @@ namespace QtAV {
 
 class PlayerBackend;
 
+/// A player's audio output: volume, open or closed, and format. Any thread
+/// (own mutex); owned by its player (AVPlayer::audio()).
 class KELMOR_PLATFORM_EXPORT AudioOutput
 {
 public:
+    /// An open output at volume 1.0, stereo, with no engine attached.
     AudioOutput();
     ~AudioOutput();
     AudioOutput(const AudioOutput&) = delete;
     AudioOutput& operator=(const AudioOutput&) = delete;
 
+    /// The volume as last set (1.0 until then).
     double volume() const;
+    /// Sets the volume (0.0 silence, 1.0 unity gain) and hands it to the
+    /// engine, which may clamp it (the libmpv engine keeps it in 0..1).
     void setVolume(double volume);
 
-    /// Closes the output; false when it was not open.
+    /// Closes the output; false when it was not open or the engine could not
+    /// close it (the output then stays open).
     bool close();
     /// Opens the output (with the current format); true when it is open after.
     bool open();
+    /// Whether the output is open (it starts open).
     bool isOpen() const;
 
+    /// A copy of the output's format.
     AudioFormat audioFormat() const;
     /// Applies a format; takes effect at the next open().
     void setAudioFormat(const AudioFormat& format);
 
-    /// Counts of the engine-facing operations, for diagnostics and tests.
+    /// Counts of the engine-facing operations, for diagnostics and tests:
+    /// how many times setVolume() was called.
     int setVolumeCount() const;
+    /// How many times setAudioFormat() was called.
     int setAudioFormatCount() const;
 
     /// Connects the output to its player's engine (null: keep state only).

@@ -40,16 +40,18 @@ class VideoRenderer;
 /// Stream figures a backend reports.
 struct KELMOR_PLATFORM_EXPORT PlayerStatistics
 {
+    /// Figures of the video stream; zeros while unknown.
     struct Video {
-        double frame_rate = 0.0;
-        int width = 0;
-        int height = 0;
-        QString decoder;
-    } video;
+        double frame_rate = 0.0;  ///< frames a second
+        int width = 0;            ///< picture width in pixels
+        int height = 0;           ///< picture height in pixels
+        QString decoder;          ///< the decoder in use ("FFmpeg", "CUDA"); empty while unknown
+    } video;                      ///< the video stream
+    /// Figures of the audio stream; zeros while unknown.
     struct Audio {
-        int sample_rate = 0;
-        int channels = 0;
-    } audio;
+        int sample_rate = 0;      ///< samples a second, in Hz
+        int channels = 0;         ///< number of channels
+    } audio;                      ///< the audio stream
 };
 
 /// What a backend tells its player. Call on the player's thread only.
@@ -60,9 +62,11 @@ public:
     virtual AVPlayer* player() const = 0;      ///< the player this sink reports to
     virtual void loaded() = 0;                 ///< the source is open
     virtual void stopped() = 0;                ///< playback ended or was stopped
+    /// The position in ms (about every 100 ms while playing, and at once
+    /// after a seek).
     virtual void positionChanged(qint64 msec) = 0;
-    virtual void fadeInFinished() = 0;
-    virtual void fadeOutFinished() = 0;
+    virtual void fadeInFinished() = 0;         ///< a fade-in ran to its end
+    virtual void fadeOutFinished() = 0;        ///< a fade-out ran to its end
     virtual void playReadySucess() = 0;        ///< the frame asked for is ready
     virtual void released() = 0;               ///< the backend let go of its media
     /// The source `path` cannot be played (missing, not media, nothing in it
@@ -80,32 +84,60 @@ class KELMOR_PLATFORM_EXPORT PlayerBackend
 public:
     virtual ~PlayerBackend();
 
+    /// Decoder ids (VideoDecoder) in the order to try; empty: the engine's
+    /// default.
     virtual void setDecoderPriority(const QVector<int>& decoderIds) = 0;
+    /// The player's media type, an opaque string; the engine may open the
+    /// next source by it.
     virtual void setMediaType(const QString& type) = 0;
     /// Opens `file` paused, so that its first frame is ready.
     virtual void open(const QString& file) = 0;
+    /// false starts or resumes (after the end of the last pass: from the
+    /// start position again); true pauses.
     virtual void setPaused(bool paused) = 0;
+    /// Pauses at the start position and reports stopped().
     virtual void stop() = 0;
+    /// Goes back to the start position, paused there when `pause`, playing
+    /// otherwise.
     virtual void resetPlay(bool pause) = 0;
     /// Prepares `file` at `msec`, held paused or playing.
     virtual void playReady(const QString& file, qint64 msec, bool pause) = 0;
+    /// Seeks exactly to `msec` ms and reports positionChanged(msec).
     virtual void seek(qint64 msec) = 0;
+    /// The position in ms.
     virtual qint64 position() const = 0;
+    /// Where every pass starts, in ms.
     virtual void setStartPosition(qint64 msec) = 0;
+    /// Where every pass ends, in ms; negative: the end of the item.
     virtual void setStopPosition(qint64 msec) = 0;
+    /// `count` extra passes after the first; -1: for ever.
     virtual void setRepeat(int count) = 0;
+    /// Ramps the audio and the picture's opacity in over `msec` ms, then
+    /// reports fadeInFinished().
     virtual void fadeIn(int msec) = 0;
+    /// Ramps the audio and the picture's opacity out over `msec` ms, then
+    /// reports fadeOutFinished().
     virtual void fadeOut(int msec) = 0;
     /// Cancel a running fade where it stands; true when one was running.
     virtual bool stopFadeIn() = 0;
+    /// Cancels a running fade-out where it stands; true when one was running.
     virtual bool stopFadeOut() = 0;
+    /// The master clock's type (AVClock::ClockType); with ExternalClock the
+    /// position follows updateExternalClock().
     virtual void setClockType(int type) = 0;
+    /// The host's time in ms, for the external clock.
     virtual void updateExternalClock(qint64 msec) = 0;
+    /// Redraws the current picture on the player's outputs.
     virtual void updateFrame() = 0;
+    /// Redraws the current picture on the player's outputs.
     virtual void refreshUi() = 0;
+    /// A texture shared by another process (SpoutNode): its GL name, size in
+    /// pixels and source name. An engine that plays no shared texture
+    /// ignores it.
     virtual void setTextureID(int textureId, int width, int height, const QString& source) = 0;
     /// The player's list of video outputs changed.
     virtual void outputsChanged(const QList<VideoRenderer*>& outputs) = 0;
+    /// The current source's stream figures.
     virtual PlayerStatistics statistics() const = 0;
     /// The backend's pictures for the output screens; null when it draws
     /// none (the player then shows the frames pushed to it). Valid until
@@ -117,19 +149,30 @@ public:
     virtual void release() = 0;
 
     // Audio: may be called from any thread.
+    /// The audio volume, 0.0 silence to 1.0 unity gain (fades multiply it).
     virtual void setVolume(double volume) = 0;
+    /// Closes the audio output; false when it could not be closed.
     virtual bool closeAudio() = 0;
+    /// Opens the audio output again; false when it could not be opened.
     virtual bool openAudio() = 0;
+    /// The channel layout (an AudioFormat::ChannelLayout number); the audio
+    /// output calls it right before openAudio().
     virtual void setChannelLayout(int layout) = 0;
 };
 
+/// Makes the players' backends. One per process, chosen with
+/// installMediaEngine().
 class KELMOR_PLATFORM_EXPORT MediaEngine
 {
 public:
     virtual ~MediaEngine();
+    /// The engine's name, as mediaEngineName() reports it ("mpv" for
+    /// libmpv).
     virtual QString name() const = 0;
     /// Whether the engine offers the decoder (see VideoDecoder).
     virtual bool hasDecoder(int decoderId) const = 0;
+    /// A backend for one player, reporting through `sink`; called once, on
+    /// the player's thread, as the player is built.
     virtual std::unique_ptr<PlayerBackend> createBackend(PlayerEventSink& sink) = 0;
 };
 

@@ -22,24 +22,39 @@
 
 namespace QtAV { class AVPlayer; }
 
+/// A short-lived handle on the process-wide NDI state: which player
+/// receives which source and which player sends under which name. Any
+/// thread; players are referred to, never owned.
 class KELMOR_PLATFORM_EXPORT NdiService : public QObject
 {
     Q_OBJECT
 public:
+    /// A handle on the shared state; the first one made in the process tries
+    /// to load the NDI runtime.
     explicit NdiService(QObject* parent = nullptr);
+    /// Destroys the handle; the shared state stays.
     ~NdiService() override;
 
-    /// The player receives the source "name#stream".
+    /// The player receives the source "name#stream": recorded in the shared
+    /// state (replacing the player's previous source). A null player is
+    /// ignored (logged).
     void setPlayer(QString sourceName, QtAV::AVPlayer* player);
-    /// Starts sending the player's picture under the source name.
+    /// The player sends under the source name: recorded as the pair (source
+    /// name, player) in the shared state, which is all this does (no picture
+    /// goes out on the network). A null player is ignored (logged).
     void playNDI(QString sourceName, QtAV::AVPlayer* player);
     /// Stops that sender; an unknown one is ignored.
     void stopNDI(QString sourceName, QtAV::AVPlayer* player);
 
     // Process-wide state, for the host and tests.
+    /// Whether setPlayer() gave the player exactly this source.
     static bool isReceiving(const QString& sourceName, QtAV::AVPlayer* player);
+    /// Whether playNDI() recorded this (source name, player) pair and no
+    /// stopNDI() or forgetPlayer() removed it.
     static bool isSending(const QString& sourceName, QtAV::AVPlayer* player);
+    /// The source the player receives; empty when none.
     static QString receiverSource(QtAV::AVPlayer* player);
+    /// How many (source name, player) senders are recorded.
     static int senderCount();
     /// Whether the NDI runtime library could be loaded on this machine.
     static bool runtimeAvailable();

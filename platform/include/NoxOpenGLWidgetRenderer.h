@@ -15,10 +15,13 @@ namespace QtAV {
 
 class NoxOpenGLRender;
 
+/// The shared output of one screen: hosts the render objects of every
+/// layer shown on it, in the order pushed, without owning them. GUI thread.
 class KELMOR_PLATFORM_EXPORT NoxOpenGLWidgetRenderer : public QObject
 {
     Q_OBJECT
 public:
+    /// An output hosting no render object yet.
     explicit NoxOpenGLWidgetRenderer(QObject* parent = nullptr);
     ~NoxOpenGLWidgetRenderer() override;
 

@@ -11,14 +11,21 @@
 
 namespace QtAV {
 
+/// A decoder's id; 0 for none.
 using VideoDecoderId = int;
 
+/// Id of the software decoder, named "FFmpeg".
 extern KELMOR_PLATFORM_EXPORT const VideoDecoderId VideoDecoderId_FFmpeg;
+/// Id of the NVIDIA hardware decoder, named "CUDA".
 extern KELMOR_PLATFORM_EXPORT const VideoDecoderId VideoDecoderId_CUDA;
 
+/// Decoder ids by name, for AVPlayer::setPriority().
 class KELMOR_PLATFORM_EXPORT VideoDecoder
 {
 public:
+    /// The id of "FFmpeg" or "CUDA" (exact names) when the process's engine
+    /// offers that decoder, or when there is no engine; 0 for any other name,
+    /// a decoder the engine lacks, or null.
     static VideoDecoderId id(const char* name);
     /// The name of a known decoder id, or null.
     static const char* name(VideoDecoderId id);

@@ -34,12 +34,17 @@ struct FrameTexture
     unsigned id = 0;        ///< GL texture name; 0 for "no picture"
     QSize size;             ///< texture size in pixels
     bool bottomUp = false;  ///< row 0 is the picture's bottom
+    /// Whether there is a picture: a texture name and a non-empty size.
     bool isValid() const { return id != 0 && size.width() > 0 && size.height() > 0; }
 };
 
+/// A player's pictures as the output screens draw them: decoded once,
+/// brought into one texture per output frame however many render objects
+/// show it. GUI thread with the compositor's context current.
 class KELMOR_PLATFORM_EXPORT VideoFrameSource
 {
 public:
+    /// Destroys the source; the texture it owns goes with it.
     virtual ~VideoFrameSource();
 
     /// Brings the texture up to date with the newest frame, at `wanted` size
@@ -57,9 +62,12 @@ public:
     virtual void discardPendingFrame() {}
 };
 
-/// Sources that must hear of output frames even while no screen shows them
-/// (an engine that waits for its frames to be taken). GUI thread.
+/// Adds a source to those that must hear of output frames even while no
+/// screen shows them (an engine that waits for its frames to be taken). GUI
+/// thread. Registering one twice, or null, changes nothing.
 KELMOR_PLATFORM_EXPORT void registerFrameSource(VideoFrameSource* source);
+/// Takes a source off that list (before it is destroyed); an unknown one is
+/// ignored. GUI thread.
 KELMOR_PLATFORM_EXPORT void unregisterFrameSource(VideoFrameSource* source);
 
 /// The compositor's GL context, made current on its own offscreen surface, or

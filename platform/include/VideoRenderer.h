@@ -38,6 +38,7 @@ namespace QtAV {
 
 class AVPlayer;
 
+/// A renderer class's type id; VideoRenderer::name() gives its type name.
 using VideoRendererId = int;
 
 /// Type id of the render objects on output screens; its name is "NoxGL".
@@ -45,6 +46,7 @@ extern KELMOR_PLATFORM_EXPORT const VideoRendererId VideoRendererId_NoxGL;
 /// Type id of QML preview renderers; its name is "QmlGL".
 extern KELMOR_PLATFORM_EXPORT const VideoRendererId VideoRendererId_QmlGL;
 
+/// What kind of output a renderer is (VideoRenderer::videoRenderType()).
 enum VideoRenderType {
     VideoRenderType_Output = 0, ///< draws on an output screen
     VideoRenderType_Custom = 1, ///< a custom output (a preview in the host's window)
@@ -53,17 +55,24 @@ enum VideoRenderType {
 /// Control points of a patch warp as the service hands them on.
 struct PatchInfo
 {
-    int rows = 0;
-    int cols = 0;
-    QVector<float> points;
+    int rows = 0;          ///< patch rows of the grid
+    int cols = 0;          ///< patch columns of the grid
+    QVector<float> points; ///< control-point data of every patch, as given
 };
 
+/// An output a media player hands its pictures to, with the region and
+/// patch settings the layer service gives it. Settings are guarded by the
+/// renderer's own mutex (any thread); owned by whoever created it.
 class KELMOR_PLATFORM_EXPORT VideoRenderer
 {
 public:
+    /// Takes the renderer off the player that shows on it, if any.
     virtual ~VideoRenderer();
 
+    /// The renderer class's type id; name(id()) is its type name.
     virtual VideoRendererId id() const = 0;
+    /// VideoRenderType_Output (0) unless a subclass says otherwise; custom
+    /// outputs such as previews return VideoRenderType_Custom (1).
     virtual int videoRenderType() const { return VideoRenderType_Output; }
 
     /// The type name of `id`, or null for an id nobody registered.
@@ -75,6 +84,7 @@ public:
     /// Takes the next picture to show; an empty frame blanks the output until
     /// the player's next new frame.
     virtual bool receive(const VideoFrame& frame);
+    /// The last frame given to receive() (empty before the first).
     VideoFrame currentFrame() const;
     /// Grows by one with every receive().
     quint64 receiveCount() const;
@@ -88,18 +98,26 @@ public:
 
     /// Sets the size of the output in pixels.
     virtual void resizeRenderer(int width, int height);
+    /// The size set by resizeRenderer(), in pixels (invalid before).
     QSize rendererSize() const;
 
     /// The rectangle of the source picture to show, in original-picture units.
     virtual void setRegionOfInterest(double x, double y, double width, double height);
+    /// The rectangle as set; a null rectangle (the whole picture) before.
     QRectF regionOfInterest() const;
 
     /// Patch warp: regions, patch count and control points, kept as given.
     virtual void setPatchRoi(QVector<QRectF> regions);
+    /// Sets the number of patches of the warp (rows x columns), kept as given.
     virtual void setPatchCount(int count);
+    /// Sets the warp grid (`rows` x `cols`) and its control-point data,
+    /// kept as given.
     virtual void setPatchInfo(int rows, int cols, QVector<float> points);
+    /// The patch regions as set (empty before).
     QVector<QRectF> patchRoi() const;
+    /// The patch count as set (0 before).
     int patchCount() const;
+    /// The warp grid and control points as set (empty before).
     PatchInfo patchInfo() const;
 
 protected:
@@ -113,13 +131,13 @@ protected:
     /// The settings kept by this base class.
     struct BaseSettings
     {
-        quint64 revision = 0;
-        VideoFrame frame;
-        quint64 receiveCount = 0;
-        QRectF roi;
-        QVector<QRectF> patchRoi;
-        int patchCount = 0;
-        PatchInfo patch;
+        quint64 revision = 0;      ///< settingsRevision()
+        VideoFrame frame;          ///< currentFrame()
+        quint64 receiveCount = 0;  ///< receiveCount()
+        QRectF roi;                ///< regionOfInterest()
+        QVector<QRectF> patchRoi;  ///< patchRoi()
+        int patchCount = 0;        ///< patchCount()
+        PatchInfo patch;           ///< patchInfo()
     };
     /// A copy of them; the caller holds m_settingsMutex.
     BaseSettings baseSettingsLocked() const;
@@ -129,7 +147,10 @@ protected:
     class SettingsWrite
     {
     public:
+        /// Locks the renderer's m_settingsMutex.
         explicit SettingsWrite(VideoRenderer& renderer);
+        /// Gives the renderer a new revision, unlocks, then calls its change
+        /// listener.
         ~SettingsWrite();
         SettingsWrite(const SettingsWrite&) = delete;
         SettingsWrite& operator=(const SettingsWrite&) = delete;

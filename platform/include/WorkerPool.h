@@ -27,14 +27,23 @@
 #include <type_traits>
 #include <vector>
 
+/// A fixed set of worker threads running queued jobs in FIFO order.
+/// enqueue() from any thread; the destructor finishes the queued jobs.
 class KELMOR_PLATFORM_EXPORT WorkerPool
 {
 public:
+    /// Starts `threadCount` worker threads (0: a pool that never runs a job).
     explicit WorkerPool(std::uint16_t threadCount);
+    /// Stops the pool, lets the workers finish the jobs already queued, and
+    /// joins them.
     ~WorkerPool();
     WorkerPool(const WorkerPool&) = delete;
     WorkerPool& operator=(const WorkerPool&) = delete;
 
+    /// Queues f(args...), bound to copies of `args`, and returns the job's
+    /// future, which may be dropped without waiting; an exception of the job
+    /// is stored in it. Once the pool is stopped it throws
+    /// std::runtime_error("ThreadPool need to init!!!"). Any thread.
     template <class F, class... Args>
     auto enqueue(F&& f, Args&&... args)
         -> std::future<std::invoke_result_t<std::decay_t<F>, std::decay_t<Args>...>>
@@ -53,6 +62,7 @@ public:
         return future;
     }
 
+    /// The number of worker threads.
     std::size_t threadCount() const { return m_workers.size(); }
     /// Stops taking jobs: the next enqueue throws. Queued jobs still run.
     void stop();

@@ -1,34 +1,66 @@
-// Uses the installed module as a host application would: the three public
-// headers, the platform headers, and both singletons.
-#include <AVPlayer.h>
-#include <UI_Proc_KELMOR_PlayerTimer_Desktop.h>
+// A host program that uses the installed module and nothing else: the layer
+// service and the registry, no engine installed, no platform call of its own.
+//
+//   kelmor_consumer CLIP           plays CLIP on a layer and succeeds when its
+//                                  position rises (the default libmpv engine)
+//   kelmor_consumer CLIP --no-engine
+//                                  the default engine is expected to be
+//                                  missing: succeeds when the layer keeps its
+//                                  state and does not move
 #include <UI_Proc_KELMOR_Player_Desktop.h>
 #include <UI_Proc_KELMOR_PlayersManage_Desktop.h>
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QMap>
+#include <QVariant>
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 int main(int argc, char** argv)
 {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: %s CLIP [--no-engine]\n", argv[0]);
+        return 2;
+    }
+    const bool expectNoEngine = argc > 2 && std::strcmp(argv[2], "--no-engine") == 0;
     QCoreApplication app(argc, argv);
     UI_Proc_KELMOR_Player_Desktop& service = UI_Proc_KELMOR_Player_Desktop::getInstance();
-    UI_Proc_KELMOR_PlayersManage_Desktop& registry =
-        UI_Proc_KELMOR_PlayersManage_Desktop::getInstance();
-    if (&service != &UI_Proc_KELMOR_Player_Desktop::getInstance()
-        || &registry != &UI_Proc_KELMOR_PlayersManage_Desktop::getInstance()) {
-        std::puts("singletons are not single");
+    UI_Proc_KELMOR_PlayersManage_Desktop& registry = UI_Proc_KELMOR_PlayersManage_Desktop::getInstance();
+
+    QMap<QString, QVariant> record;
+    record["layerId"] = 1;
+    record["bankId"] = 1;
+    record["path"] = QString::fromLocal8Bit(argv[1]);
+    record["groupID"] = 1;
+    record["type"] = QStringLiteral("video");
+    record["timeLenMsec"] = 2000;
+    service.creatnewlayer(record);
+    auto* player = registry.getplayerByID(1, 1);
+    if (!player) {
+        std::puts("the registry has no layer 1 of bank 1 after creatnewlayer");
         return 1;
     }
-    if (registry.getplayerByID(1, 1) != nullptr || service.getAVPlayerEchoById(1, 1) != nullptr) {
-        std::puts("an empty registry answered a player");
+    service.setLayerMediaType(player, QStringLiteral("video"));
+
+    qint64 highest = -1;
+    QObject::connect(&service, &UI_Proc_KELMOR_Player_Desktop::sPositionChanged,
+                     [&](int, int, qint64 ms) { highest = std::max(highest, ms); });
+    service.playReady(player, 0, false);
+    QDeadlineTimer deadline(expectNoEngine ? 1500 : 15000);
+    while (highest <= 300 && !deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+
+    const bool moved = highest > 300;
+    if (moved == expectNoEngine) {
+        std::printf("consumer failed: the layer %s (highest position %lld ms)\n",
+                    moved ? "moved with no engine" : "did not play", static_cast<long long>(highest));
         return 1;
     }
-    UI_Proc_KELMOR_PlayerTimer_Desktop timer(1, 2, 1000);
-    if (timer.getPlayState() != 1200 || timer.getDuration() != 1000) {
-        std::puts("a new timer is not stopped with its duration");
-        return 1;
-    }
-    std::printf("consumer ok: service %p registry %p\n", static_cast<void*>(&service),
-                static_cast<void*>(&registry));
+    registry.clearAllPlayer();
+    std::printf("consumer ok: %s (highest position %lld ms)\n",
+                expectNoEngine ? "state kept without the engine" : "played on the default engine",
+                static_cast<long long>(highest));
     return 0;
 }

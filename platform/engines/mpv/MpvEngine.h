@@ -30,6 +30,7 @@ namespace QtAV {
 class AVPlayer;
 class MpvBackend;
 
+/// How the libmpv engine sets up the players' cores.
 struct MpvEngineOptions
 {
     /// libmpv's audio output ("ao", one name or a comma-separated list tried
@@ -42,16 +43,24 @@ struct MpvEngineOptions
     QString audioDevice;
 };
 
+/// The libmpv media engine: one libmpv core per player. Install it with
+/// installMediaEngine(createMpvEngine()) after the Qt application object.
 class KELMOR_ENGINE_MPV_EXPORT MpvEngine : public MediaEngine
 {
 public:
+    /// An engine with these options; puts LC_NUMERIC back to "C", as libmpv
+    /// requires.
     explicit MpvEngine(const MpvEngineOptions& options);
     ~MpvEngine() override;
 
+    /// "mpv".
     QString name() const override;
     /// Both FFmpeg (software) and CUDA: a source that CUDA cannot decode
     /// falls back to software decoding, so asking for CUDA is always safe.
     bool hasDecoder(int decoderId) const override;
+    /// A backend on a new libmpv core for the player of `sink` (its
+    /// thread), reporting through `sink`; LC_NUMERIC is put back to "C"
+    /// first.
     std::unique_ptr<PlayerBackend> createBackend(PlayerEventSink& sink) override;
 
     /// The options as they stand now (a copy: setAudioOutput may change them).
@@ -64,6 +73,8 @@ public:
     MpvBackend* backend(const AVPlayer* player) const;
 
     // Called by the backends as they come and go (their player's thread).
+    /// Drops a backend that is going away from the engine's list of live
+    /// backends.
     void forget(MpvBackend* backend);
     /// A core opened its audio output (libmpv's "current-ao"): the first
     /// call in the engine's life (one engine per process) writes which one,
