@@ -24,6 +24,12 @@ cmake --preset default >/dev/null
 cmake --build --preset default -j"$jobs"
 step "API reference (an undocumented public member fails it)"
 cmake --build --preset default --target api-docs
+step "console test dependencies (puppeteer-core, tests/console)"
+# From the committed package-lock.json; skipped when node_modules matches it.
+if [ ! -d tests/console/node_modules/puppeteer-core ] \
+   || [ tests/console/package-lock.json -nt tests/console/node_modules/.package-lock.json ]; then
+  (cd tests/console && npm ci --no-audit --no-fund)
+fi
 step "default tests"
 run_x ctest --preset default -j"$jobs"
 
@@ -50,6 +56,10 @@ export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$root/
 export GTEST_FILTER='-*Queued*'
 run_x ctest --preset tsan -j"$jobs"
 unset TSAN_OPTIONS GTEST_FILTER
+step "tsan tests (PipeWire video; Qt, GLib and Mesa's driver are not instrumented: tests/pipewire/tsan.supp)"
+cmake --build --preset tsan -j"$jobs" --target kelmor_tests_pipewire
+TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1:suppressions=$root/tests/pipewire/tsan.supp" \
+  run_x ctest --test-dir build/tsan -L pipewire -j"$jobs" --output-on-failure
 
 step "fuzz build (clang, libFuzzer, ASan + UBSan)"
 cmake --preset fuzz >/dev/null

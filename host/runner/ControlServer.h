@@ -50,6 +50,9 @@ public:
     /// when the address is not loopback.
     bool listen(const QString& address, int port, const QString& token, QString& error);
     quint16 port() const;
+    /// The token in force after listen() (unset: none), so that the other
+    /// control surfaces ask for the same one.
+    const AccessToken& token() const { return m_token; }
     void close();
 
 private:

@@ -55,6 +55,32 @@ OPTIONS
                          {"op": "auth", "token": "TOKEN"}; before it nothing
                          runs and no events are sent; a wrong token closes
                          the connection.
+    --osc-port PORT      Take OSC messages on a UDP port (0: any free port;
+                         printed as an "oscListening" host line) and send
+                         events as OSC (docs/osc.md).
+    --osc-address A      Address for OSC (default 127.0.0.1). Beyond
+                         loopback --osc-allow is required.
+    --osc-allow NET      ADDRESS/PREFIX (repeatable) whose senders may drive
+                         the show over OSC; loopback always may.
+    --osc-send HOST:PORT Send every event and host line there as OSC
+                         (repeatable).
+    --http PORT          Serve the operator console, a web page that shows
+                         the layers, screens and events and drives the show
+                         with ordinary steps, on PORT (0: any free port; the
+                         URL is printed as a "console" host line).
+    --http-address A     Address of the console (default 127.0.0.1). Beyond
+                         loopback, and on loopback with --token, every
+                         request needs the runner's token: open
+                         http://A:PORT/?token=TOKEN (--token, or the one
+                         generated and printed once on stderr).
+    --ltc-input SOURCE   Read LTC timecode from an audio input: DEVICE:NAME
+                         of FFmpeg's input devices (alsa:hw:1,0,
+                         pulse:default), a URL, or a file (read at real-time
+                         pace, for tests and rehearsals). Layers follow it
+                         with the "chase" step (docs/timecode.md).
+    --ltc-channel N      The input's channel that carries the LTC (default 1).
+    --ltc-freewheel F    Chased layers play on for F frames after the LTC
+                         stops, then pause (default 10).
     --keep-running       Keep serving after the show file / stdin has ended.
     --strict             The first error line of the show file or stdin
                          (a failed waitFor included) ends the run, exit 2.
@@ -109,6 +135,23 @@ STEPS
     audio       {"ao", "device"}           libmpv audio output from now on
     log         {"text"}                   a line on stderr
     quit        {"code"=0}
+    state       {}   layers by bank (type, path, state, position, duration,
+                     volume, repeat, fade), screens (test pattern,
+                     brightness) and sources (step counts, waits): read-only
+    readyBank   {"bank", "ms"=0}   every layer of the bank ready (paused)
+    playBank    {"bank"}           every layer of the bank plays, started
+                                   together (same output frame)
+    stopBank    {"bank"}
+    chase       {"layer", "at": "HH:MM:SS:FF"}   the layer follows the
+                timecode (--ltc-input): its media time is the timecode
+                minus "at"; a video through the external clock, a still
+                through its timer. Errors: no such layer, audio or live
+                content, no timecode input.
+    unchase     {"layer"}          the layer plays on its own clock again
+    publishScreen   {"screen", "name"}   the screen's picture as a PipeWire
+                    video source named "name" (OBS, GStreamer, a "spout"
+                    layer); sent while a consumer reads it
+    unpublishScreen {"screen"}
 
   Module operations
     {"op": NAME, "args": [ ... ]} calls the module's operation NAME with its
@@ -133,10 +176,14 @@ EVENTS
     "t" is milliseconds since the runner started. Steps are answered with
       {"t": MS, "ok": OP, "line": N, ...}  or
       {"t": MS, "error": PROBLEM, "line": N, "op": OP}
-    Host lines: {"t", "host": "listening", "address", "port"} and
+    Host lines: {"t", "host": "listening", "address", "port"},
+    {"t", "host": "console", "url", "address", "port", "token"},
     {"t", "host": "recordFinished", "screen", "path"}, for a layer whose
     source cannot be played {"t", "host": "mediaError", "bankId", "layerId",
-    "path", "reason"} and, when the X server goes away,
+    "path", "reason"}, with --ltc-input {"t", "host": "timecode", "tc",
+    "fps", "running", "tcMs", "change"} (on start, stop and jump; at most
+    once a second while it runs) and {"t", "host": "timecodeInput",
+    "state", "text"}, and, when the X server goes away,
     {"t", "host": "displayLost", "code": 3, "reason"}.
     TCP clients get their own steps' replies and every event and host line
     (once authenticated, when a token is in force). A client may shut down
@@ -145,6 +192,13 @@ EVENTS
     the line being read); all connections together at most 32 MiB, past
     which the one holding the most is disconnected ("input queue full").
     The module's debug lines and the runner's notes go to stderr.
+
+OSC
+    With --osc-port, /kelmor/step <json> runs any step (the reply comes back
+    as /kelmor/reply <json>); /kelmor/layer/B/L/{play,pause,stop,ready,seek,
+    volume,fadein,fadeout,repeat,opacity,visible} and /kelmor/bank/B/{ready,
+    play,stop} need no JSON; /kelmor/subscribe [port] [intervalMs] sends
+    events as /kelmor/event/NAME. Refused input: /kelmor/error <json>.
 
 EXIT STATUS
     0    the show ended (or "quit" without a code)

@@ -201,6 +201,19 @@ void HostSteps::endWait(Wait* w, const ShowEvent* matched, bool timedOut)
     m_runner.resume(*source);
 }
 
+QList<HostSteps::WaitView> HostSteps::waitsInProgress() const
+{
+    QList<WaitView> views;
+    const qint64 now = console::msSinceStart();
+    for (const Wait* w : m_waits) {
+        if (!w->source)
+            continue;
+        views.append(WaitView{w->source->name(), w->step.op, w->step.line, w->signal, w->match,
+                              now - w->startedAt});
+    }
+    return views;
+}
+
 void HostSteps::cancelWaits()
 {
     for (Wait* w : m_waits)

@@ -52,6 +52,18 @@ public:
     /// Ends every wait without answering (shutdown).
     void cancelWaits();
 
+    /// A wait or waitFor in progress, for displays of the show's progress.
+    struct WaitView
+    {
+        QString source;  ///< the waiting source's name
+        QString op;      ///< "wait" or "waitFor"
+        int line = 0;    ///< the step's line in its source
+        QString signal;  ///< waitFor: the signal waited for
+        QJsonObject match; ///< waitFor: the arguments to match
+        qint64 sinceMs = 0; ///< how long it has waited
+    };
+    QList<WaitView> waitsInProgress() const;
+
 private:
     struct Wait
     {

@@ -55,6 +55,13 @@ std::function<void(QtAV::AVPlayer*)>& playerCreatedHook()
     return hook;
 }
 
+// Further listeners, by id (GUI thread).
+QVector<QPair<int, std::function<void(QtAV::AVPlayer*)>>>& playerCreatedListeners()
+{
+    static QVector<QPair<int, std::function<void(QtAV::AVPlayer*)>>> listeners;
+    return listeners;
+}
+
 /// creatnewlayer, noting the layer's player so that shutdown can wait until
 /// the player is really gone (its release ends on the player's thread later).
 void creatnewlayerTracked(Record record)
@@ -67,6 +74,9 @@ void creatnewlayerTracked(Record record)
         createdPlayers().append(player);
         if (playerCreatedHook())
             playerCreatedHook()(player);
+        const auto listeners = playerCreatedListeners(); // a listener may remove itself
+        for (const auto& listener : listeners)
+            listener.second(player);
     }
 }
 
@@ -190,6 +200,26 @@ QList<QPointer<QtAV::AVPlayer>>& createdPlayers()
 void setPlayerCreatedHook(std::function<void(QtAV::AVPlayer*)> hook)
 {
     playerCreatedHook() = std::move(hook);
+}
+
+int addPlayerCreatedListener(std::function<void(QtAV::AVPlayer*)> listener)
+{
+    static int lastId = 0;
+    if (!listener)
+        return 0;
+    playerCreatedListeners().append(qMakePair(++lastId, std::move(listener)));
+    return lastId;
+}
+
+void removePlayerCreatedListener(int id)
+{
+    auto& listeners = playerCreatedListeners();
+    for (int i = 0; i < listeners.size(); ++i) {
+        if (listeners.at(i).first == id) {
+            listeners.removeAt(i);
+            return;
+        }
+    }
 }
 
 const char* argKindName(ArgKind kind)

@@ -32,3 +32,7 @@ QList<QPointer<QtAV::AVPlayer>>& createdPlayers();
 /// Called with each player a creatnewlayer step adds to createdPlayers(),
 /// right after the layer is filed (null: none).
 void setPlayerCreatedHook(std::function<void(QtAV::AVPlayer*)> hook);
+/// Further listeners told of each such player after the hook (protocol rooms
+/// that follow layers); the id is for removePlayerCreatedListener.
+int addPlayerCreatedListener(std::function<void(QtAV::AVPlayer*)> listener);
+void removePlayerCreatedListener(int id);

@@ -60,6 +60,55 @@ bool parseRunnerOptions(const QStringList& args, RunnerOptions& o, QString& erro
         } else if (arg == QLatin1String("--listen-address")) {
             if (!value(o.listenAddress))
                 return false;
+        } else if (arg == QLatin1String("--http")) {
+            if (!value(v))
+                return false;
+            if (!toInt(v, 0, 65535, o.httpPort)) {
+                error = QStringLiteral("--http: not a port number: %1").arg(v);
+                return false;
+            }
+        } else if (arg == QLatin1String("--http-address")) {
+            if (!value(o.httpAddress))
+                return false;
+        } else if (arg == QLatin1String("--osc-port")) {
+            if (!value(v))
+                return false;
+            if (!toInt(v, 0, 65535, o.oscPort)) {
+                error = QStringLiteral("--osc-port: not a port number: %1").arg(v);
+                return false;
+            }
+        } else if (arg == QLatin1String("--osc-address")) {
+            if (!value(o.oscAddress))
+                return false;
+        } else if (arg == QLatin1String("--osc-allow")) {
+            if (!value(v))
+                return false;
+            o.oscAllow << v; // checked when OSC starts
+        } else if (arg == QLatin1String("--osc-send")) {
+            if (!value(v))
+                return false;
+            o.oscSend << v; // checked when OSC starts
+        } else if (arg == QLatin1String("--ltc-input")) {
+            if (!value(o.ltcInput))
+                return false;
+            if (o.ltcInput.isEmpty() || o.ltcInput.size() > 4096) {
+                error = QStringLiteral("--ltc-input: expected an audio input (a file, a URL or DEVICE:NAME)");
+                return false;
+            }
+        } else if (arg == QLatin1String("--ltc-channel")) {
+            if (!value(v))
+                return false;
+            if (!toInt(v, 1, 64, o.ltcChannel)) {
+                error = QStringLiteral("--ltc-channel: not a channel number from 1 to 64: %1").arg(v);
+                return false;
+            }
+        } else if (arg == QLatin1String("--ltc-freewheel")) {
+            if (!value(v))
+                return false;
+            if (!toInt(v, 0, 3000, o.ltcFreewheel)) {
+                error = QStringLiteral("--ltc-freewheel: not a number of frames from 0 to 3000: %1").arg(v);
+                return false;
+            }
         } else if (arg == QLatin1String("--token")) {
             if (!value(o.token))
                 return false;

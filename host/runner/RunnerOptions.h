@@ -17,6 +17,15 @@ struct RunnerOptions
     int listenPort = -1;           ///< TCP port for live control; -1: none, 0: any free port
     QString listenAddress = QStringLiteral("127.0.0.1");
     QString token;                 ///< live-control token (--token); empty: generated beyond loopback
+    int httpPort = -1;             ///< operator console (--http PORT); -1: none, 0: any free port
+    QString httpAddress = QStringLiteral("127.0.0.1"); ///< --http-address: the console's address
+    int oscPort = -1;              ///< OSC control over UDP (--osc-port); -1: none, 0: any free port
+    QString oscAddress = QStringLiteral("127.0.0.1"); ///< --osc-address: where OSC is taken
+    QStringList oscAllow;          ///< --osc-allow ADDRESS/PREFIX (repeatable): senders beyond loopback
+    QStringList oscSend;           ///< --osc-send HOST:PORT (repeatable): where events go as OSC
+    QString ltcInput;              ///< --ltc-input SOURCE: LTC timecode from this audio input; empty: none
+    int ltcChannel = 1;            ///< --ltc-channel N: the input's channel carrying LTC (1 = first)
+    int ltcFreewheel = 10;         ///< --ltc-freewheel FRAMES: chased layers play on this long after LTC stops
     bool keepRunning = false;      ///< keep serving after the show file / stdin ends
     bool strict = false;           ///< the first error of the show ends the runner (exit 2)
     QString audioOutput;           ///< libmpv "ao"; empty: libmpv's choice

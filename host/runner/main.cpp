@@ -19,11 +19,15 @@
 #include "MallocArenas.h"
 #include "MediaRoots.h"
 #include "MediaErrorReport.h"
+#include "osc/OscControl.h"
 #include "Progress.h"
 #include "RunnerOptions.h"
 #include "ScreenSteps.h"
 #include "Shutdown.h"
 #include "SignalWatch.h"
+#include "console/OperatorConsole.h"
+#include "timecode/TimecodeRoom.h"
+#include "pipewire/ScreenSharing.h"
 #include "StepRunner.h"
 #include "StepSource.h"
 
@@ -77,7 +81,8 @@ int main(int argc, char** argv)
         std::printf("kelmor-show 0.1.0\n");
         return 0;
     }
-    if (options.showPath.isEmpty() && !options.readStdin && options.listenPort < 0) {
+    if (options.showPath.isEmpty() && !options.readStdin && options.listenPort < 0 && options.oscPort < 0
+        && options.httpPort < 0) {
         console::note(QStringLiteral("nothing to run: give a show file, - (stdin) or --listen PORT (see --help)"));
         return 1;
     }
@@ -134,6 +139,10 @@ int main(int argc, char** argv)
     runner.setHostSteps(&host);
     Progress progress(screens);
     ControlServer server(runner, hub);
+    OscControl osc(runner, hub, host); // OSC in and out; the bank steps for every surface
+    OperatorConsole operatorConsole(runner, hub, host); // the web console; the "state" step for every surface
+    TimecodeRoom timecode({options.ltcInput, options.ltcChannel, options.ltcFreewheel}, runner, host, hub);
+    ScreenSharing sharing(host); // publishScreen / unpublishScreen: screens as PipeWire video sources
     Shutdown shutdown(runner, host, screens, server, progress);
 
     if (!options.showPath.isEmpty()) {
@@ -156,6 +165,17 @@ int main(int argc, char** argv)
         console::note(error);
         return 1;
     }
+    if (options.oscPort >= 0 && !osc.start(options, error)) {
+        console::note(error);
+        return 1;
+    }
+    if (options.httpPort >= 0
+        && !operatorConsole.start(options.httpAddress, options.httpPort, options.token, server.token(), error)) {
+        console::note(error);
+        return 1;
+    }
+
+    timecode.start(); // LTC from --ltc-input, when given
 
     // The end: the show has ended and no recording still runs.
     bool showEnded = false;

@@ -21,19 +21,28 @@
 #include <QMap>
 #include <QObject>
 #include <QVariant>
+#include <map>
 #include <memory>
 
 namespace kelmor::gl {
 class Compositor;
 }
+namespace kelmor::pipewire {
+class ScreenPublisher;
+}
 namespace QtAV {
 class PreviewRenderer;
 }
 
+/// The process's output screens: opened and closed by the host, found by
+/// the layer service from screen-identity records, drawn by the compositor.
+/// GUI thread; one per process (getInstance()).
 class KELMOR_PLATFORM_EXPORT ScreenService : public QObject
 {
     Q_OBJECT
 public:
+    /// The process's screen service, made on the first call (thread-safe,
+    /// from any thread).
     static ScreenService& getInstance();
 
     /// Opens a screen, or returns the already open screen with the same
@@ -41,6 +50,7 @@ public:
     ScreenWidget* openScreen(const ScreenInfo& info);
     /// Closes the screen with exactly this identity; false when none is open.
     bool closeScreen(int screenId, int screenType, const QString& clientGuid);
+    /// Closes every open screen, in opening order.
     void closeAllScreens();
 
     /// The widget named by a screen-identity record, or null.
@@ -75,6 +85,26 @@ public:
     /// Finishes the file; false when the screen was not recording.
     bool stopRecording(int screenId);
 
+    // Sharing a screen with other programs.
+    /// Publishes the screen's finished picture (what the audience sees, as
+    /// snapshots read it) as a PipeWire video source node named `nodeName`
+    /// (BGRx, the screen's size and refresh rate). The picture is read back
+    /// only while a consumer streams from the node, and is dropped rather
+    /// than waited for when the consumer is slow. Publishing an already
+    /// published screen renames its node. False, with a debug line, when
+    /// the screen is not open or not drawn, the name is empty, longer than
+    /// 128 characters, holds control characters or is used by another
+    /// published screen, or PipeWire cannot be used. Without a daemon the
+    /// node appears once one runs.
+    bool publishScreen(int screenId, const QString& nodeName);
+    /// Ends a publication; false when the screen was not published. Closing
+    /// a screen ends its publication too.
+    bool unpublishScreen(int screenId);
+    /// The node name a screen is published as; empty when it is not.
+    QString publishedName(int screenId) const;
+    /// The publication of a screen (diagnostics), or null.
+    const kelmor::pipewire::ScreenPublisher* publication(int screenId) const;
+
     /// The connection to the display is gone: no GL call is made from now on
     /// (nothing draws; snapshots fail; a recording stopped from now on is
     /// finished from the pictures it already has). For a host that ends the
@@ -82,13 +112,21 @@ public:
     void displayConnectionLost();
 
     // Previews in the host's window (PreviewRenderer registers itself).
+    /// Registers a preview for the compositor to fill (the preview's
+    /// constructor calls it); a null or already registered one is ignored.
     void addPreview(QtAV::PreviewRenderer* preview);
+    /// Unregisters a preview (its destructor calls it).
     void removePreview(QtAV::PreviewRenderer* preview);
+    /// The registered previews, in registration order.
     QList<QtAV::PreviewRenderer*> previews() const;
 
 signals:
+    /// openScreen() opened a new screen with this id.
     void screenOpened(int screenId);
+    /// A screen with this id was closed (its widget is deleted).
     void screenClosed(int screenId);
+    /// The screen's picture was drawn anew (GUI thread, once per output frame).
+    void screenDrawn(int screenId);
 
 private:
     explicit ScreenService(QObject* parent = nullptr);
@@ -101,4 +139,6 @@ private:
     QList<ScreenWidget*> m_widgets; // GUI thread; owned
     QList<QtAV::PreviewRenderer*> m_previews; // GUI thread; not owned
     std::unique_ptr<kelmor::gl::Compositor> m_compositor; // GUI thread
+    /// Published screens by id (GUI thread; owned).
+    std::map<int, std::unique_ptr<kelmor::pipewire::ScreenPublisher>> m_published;
 };

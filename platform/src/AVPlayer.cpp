@@ -288,6 +288,22 @@ void AVPlayer::setTextureID(int textureId, int width, int height, QString source
 {
     if (m_backend)
         m_backend->setTextureID(textureId, width, height, sourceName);
+    // The texture is shown as a pushed frame; texture 0 or an empty size
+    // blanks the picture. It belongs to the object that announced it, so the
+    // picture is blanked when that object goes (its texture goes with it).
+    QObject* feeder = sender();
+    if (feeder && feeder != m_textureFeeder) {
+        QObject::disconnect(m_feederGone);
+        m_textureFeeder = feeder;
+        m_feederGone = connect(feeder, &QObject::destroyed, this, [this] {
+            m_textureFeeder = nullptr;
+            pushFrame(VideoFrame());
+        });
+    }
+    if (textureId > 0 && width > 0 && height > 0)
+        pushFrame(VideoFrame::fromTexture(unsigned(textureId), QSize(width, height), false));
+    else
+        pushFrame(VideoFrame());
 }
 
 } // namespace QtAV

@@ -1,6 +1,7 @@
 #include "PreviewRenderer.h"
 
 #include "ScreenService.h"
+#include "VideoFrameSource.h"
 
 #include <QDebug>
 
@@ -30,6 +31,16 @@ void PreviewRenderer::setMaxRate(double fps)
         return;
     }
     m_maxRate = fps;
+}
+
+void PreviewRenderer::setScreenId(int screenId)
+{
+    if (screenId < -1) {
+        qDebug() << "PreviewRenderer::setScreenId ignored:" << screenId << "is not a screen id or -1";
+        return;
+    }
+    m_screenId = screenId;
+    requestCompositorFrame(); // the first picture comes without waiting for a change
 }
 
 double PreviewRenderer::maxRate() const

@@ -3,11 +3,13 @@
 
 #include "gl/Compositor.h"
 #include "gl/GlContext.h"
+#include "pipewire/ScreenPublisher.h"
 
 #include <QDebug>
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QScreen>
 #include <unistd.h>
 
 ScreenService& ScreenService::getInstance()
@@ -30,12 +32,14 @@ ScreenService::~ScreenService()
     // windows) is left to the OS.
     if (QCoreApplication::instance()) {
         kelmor::gl::abandonSharedContext();
+        m_published.clear(); // joins their PipeWire threads; GL buffers left to the OS
         if (m_compositor)
             m_compositor->finishRecordings();
         static_cast<void>(m_compositor.release());
         m_widgets.clear();
         return;
     }
+    m_published.clear();
     m_compositor.reset();
     qDeleteAll(m_widgets);
 }
@@ -78,6 +82,14 @@ bool ScreenService::closeScreen(int screenId, int screenType, const QString& cli
         ScreenWidget* w = m_widgets.at(i);
         if (sameIdentity(w, screenId, screenType, clientGuid)) {
             m_widgets.removeAt(i);
+            auto published = m_published.find(screenId);
+            if (published != m_published.end() && screenById(screenId) == nullptr) {
+                qDebug() << "closeScreen" << screenId << ": publication"
+                         << published->second->nodeName() << "ended";
+                if (m_compositor)
+                    m_compositor->setOutputTap(w, nullptr);
+                m_published.erase(published);
+            }
             if (m_compositor)
                 m_compositor->screenClosing(w);
             delete w; // the render objects it hosted are not its own
@@ -226,4 +238,98 @@ void ScreenService::removePreview(QtAV::PreviewRenderer* preview)
 QList<QtAV::PreviewRenderer*> ScreenService::previews() const
 {
     return m_previews;
+}
+
+namespace {
+
+/// The refresh rate a screen is drawn at: its monitor's, or 60 offscreen.
+int screenRate(const ScreenWidget* widget)
+{
+    const QList<QScreen*> monitors = QGuiApplication::screens();
+    const int monitor = widget->info().monitor;
+    qreal hz = 60;
+    if (!widget->info().offscreen && monitor >= 0 && monitor < monitors.size())
+        hz = monitors.at(monitor)->refreshRate();
+    return hz >= 20 && hz <= 240 ? qRound(hz) : 60;
+}
+
+bool acceptableNodeName(const QString& name)
+{
+    if (name.trimmed().isEmpty() || name.size() > 128)
+        return false;
+    for (QChar c : name) {
+        if (c.category() == QChar::Other_Control)
+            return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool ScreenService::publishScreen(int screenId, const QString& nodeName)
+{
+    ScreenWidget* widget = screenById(screenId);
+    if (!widget || !compositor()) {
+        qDebug() << "publishScreen: screen" << screenId << (widget ? "is not drawn" : "is not open");
+        return false;
+    }
+    if (!acceptableNodeName(nodeName)) {
+        qDebug() << "publishScreen: screen" << screenId
+                 << ": the node name must be 1 to 128 characters without control characters";
+        return false;
+    }
+    for (const auto& entry : m_published) {
+        if (entry.first != screenId && entry.second->nodeName() == nodeName) {
+            qDebug() << "publishScreen: screen" << screenId << ": the name" << nodeName
+                     << "is used by screen" << entry.first;
+            return false;
+        }
+    }
+    auto existing = m_published.find(screenId);
+    if (existing != m_published.end()) {
+        if (existing->second->nodeName() == nodeName)
+            return true;
+        m_compositor->setOutputTap(widget, nullptr);
+        m_published.erase(existing);
+    }
+    auto publisher = std::make_unique<kelmor::pipewire::ScreenPublisher>(
+        screenId, nodeName, widget->size(), screenRate(widget), [this, screenId] {
+            ScreenWidget* shown = screenById(screenId);
+            if (shown && m_compositor)
+                m_compositor->redraw(shown);
+        });
+    if (!publisher->start()) {
+        qDebug() << "publishScreen: screen" << screenId << ": PipeWire cannot be used";
+        return false;
+    }
+    m_compositor->setOutputTap(widget, publisher.get());
+    m_published[screenId] = std::move(publisher);
+    qDebug() << "publishScreen: screen" << screenId << "as" << nodeName;
+    return true;
+}
+
+bool ScreenService::unpublishScreen(int screenId)
+{
+    auto it = m_published.find(screenId);
+    if (it == m_published.end()) {
+        qDebug() << "unpublishScreen: screen" << screenId << "is not published";
+        return false;
+    }
+    if (ScreenWidget* widget = screenById(screenId); widget && m_compositor)
+        m_compositor->setOutputTap(widget, nullptr);
+    m_published.erase(it);
+    qDebug() << "unpublishScreen: screen" << screenId;
+    return true;
+}
+
+QString ScreenService::publishedName(int screenId) const
+{
+    auto it = m_published.find(screenId);
+    return it == m_published.end() ? QString() : it->second->nodeName();
+}
+
+const kelmor::pipewire::ScreenPublisher* ScreenService::publication(int screenId) const
+{
+    auto it = m_published.find(screenId);
+    return it == m_published.end() ? nullptr : it->second.get();
 }

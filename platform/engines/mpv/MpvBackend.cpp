@@ -86,6 +86,9 @@ void MpvBackend::open(const QString& file)
     m_paused = true;
     m_ready = Ready();
     m_position = 0;
+    m_positionAge.invalidate();
+    m_clockSeeking = false; // a new source: no clock seek is landing, no frame held
+    dropClockHold();
     m_stats = PlayerStatistics();
     m_containerFps = m_estimatedFps = 0.0;
     m_reportedDecoder.clear();
@@ -113,6 +116,7 @@ void MpvBackend::open(const QString& file)
 void MpvBackend::setPaused(bool paused)
 {
     m_paused = paused;
+    dropClockHold(); // the player's own word ends a clock hold
     pauseLive(paused);
     if (m_ready.active) {
         // The play-ready decides once its frame is there.
@@ -127,8 +131,11 @@ void MpvBackend::setPaused(bool paused)
     }
     if (!paused) {
         m_positionReport.invalidate(); // report the position at once
+        m_positionAge.start();         // the held position is where playing starts
         if (m_frames)
             m_frames->joinStartGate(m_engine.startGate());
+        if (startOnHostClock())
+            return; // the host's time says when the frame plays
     }
     requestPause(paused);
 }
@@ -177,6 +184,7 @@ void MpvBackend::seek(qint64 msec)
     rearmRepeat();
     seekTo(msec);
     m_position = msec;
+    m_positionAge.start();
     m_sink.positionChanged(msec);
     m_positionReport.start();
 }
@@ -223,30 +231,6 @@ bool MpvBackend::stopFadeIn()
 bool MpvBackend::stopFadeOut()
 {
     return m_fader->cancel(MpvFader::Out);
-}
-
-void MpvBackend::setClockType(int type)
-{
-    m_externalClock = type == 1;
-    if (!m_externalClock && m_speed != 1.0) {
-        m_speed = 1.0;
-        setDouble(m_mpv, Prop::Speed, 1.0);
-    }
-}
-
-void MpvBackend::updateExternalClock(qint64 msec)
-{
-    if (!m_externalClock || !m_loaded)
-        return;
-    const ClockStep step = MpvClock::follow(msec, m_position);
-    if (step.seek) {
-        seekTo(msec);
-        m_position = msec;
-    }
-    if (qAbs(step.speed - m_speed) > 0.001) {
-        m_speed = step.speed;
-        setDouble(m_mpv, Prop::Speed, m_speed);
-    }
 }
 
 void MpvBackend::updateFrame()

@@ -44,6 +44,26 @@
 //   100 ms, while playing.
 // - Fades (MpvFader.h) multiply the volume and are kept as opacity().
 // - Clock type 1: the position follows updateExternalClock (MpvClock.h).
+//   The host's time is compared with where the player is now: the last
+//   "time-pos" carried on by the time since it came (while playing). A
+//   jump is met with an exact seek; while it lands (until libmpv's
+//   PLAYBACK_RESTART, at most 1 s) no other seek is made and "time-pos"
+//   values, which may still be from before the seek, are neither taken
+//   nor reported; once it lands, the host's latest time is followed. A
+//   seek made while playing is made paused and aims ahead of the host's
+//   time (twice as far as such seeks lately took to land, 60 to 500 ms);
+//   the landed frame is held until the host's time reaches it and then
+//   plays on, so that how long the seek took does not matter. (libmpv
+//   reports the next frame's time as soon as it has it ready, which may be
+//   before its time: the hold lasts longer by how far the first position
+//   after the last holds led the host's time.) A host time
+//   that jumps again during the hold ends it with a new seek; a pause, a
+//   play or a new source ends it too. Play asked for while the host's time
+//   is fresh (given in the last 500 ms) starts the same way: held until the
+//   host's time reaches the paused frame, or sought to where it is when it
+//   is more than 30 ms past the frame (or a seek was landing). A held
+//   player reports no positions, as a paused one does not. An item that
+//   has ended stays at its end while the host's time is past it.
 // - Audio (MpvAudio.h): from any thread.
 // - Decoders (MpvDecoders.h): one debug line per source names the decoder.
 // - release() (MpvBackendRelease.cpp) never waits on libmpv: with a render
@@ -237,8 +257,48 @@ private:
     qint64 m_stopPosition = -1;
     int m_repeat = 0;
 
+    // The external clock (MpvBackendClock.cpp). Player's thread.
     bool m_externalClock = false;
     double m_speed = 1.0;
+    QElapsedTimer m_positionAge;         // since m_position was last set
+    bool m_clockSeeking = false;         // a seek of the external clock is landing
+    QElapsedTimer m_clockSeekSince;      // since that seek was asked for
+    bool m_clockSeekPlaying = false;     // it was asked for while playing
+    qint64 m_clockSeekMs = 0;            // how long such seeks take to land, lately
+    qint64 m_clockTarget = 0;            // where the clock seek goes
+    bool m_clockHolding = false;         // held on the landed frame until the host's time gets there
+    std::uint64_t m_clockHoldSerial = 0; // a scheduled release runs only if still current
+    qint64 m_clockHoldHost = 0;          // the host's time when the hold began
+    QElapsedTimer m_clockHoldAge;        // since the hold began
+    qint64 m_clockReportMs = 0;          // how far the first position reported after a hold led the host's time, lately
+    bool m_clockReportProbe = false;     // the next position tells that
+    bool m_clockReportKnown = false;     // m_clockReportMs was measured
+    qint64 m_lastHostMsec = 0;           // the host's time last given
+    QElapsedTimer m_lastHostAge;         // since it was given
+    /// Where the player is now: the last position, carried on while playing.
+    qint64 estimatedPosition() const;
+    /// The host's time now: the last given, carried on while playing.
+    qint64 hostNow() const;
+    /// Compares the host's time with the player's: seeks or trims speed.
+    void followHost(qint64 hostMsec);
+    void startClockSeek(qint64 hostMsec);
+    /// A clock seek landed (PLAYBACK_RESTART) or was given up.
+    void clockSeekLanded();
+    /// Holds the frame at `frameMsec` (paused) until the host's time, now
+    /// `host`, gets there; then releaseClockHold().
+    void holdUntilHost(qint64 frameMsec, qint64 host);
+    /// The held frame's time has come: play on.
+    void releaseClockHold();
+    /// Ends a hold without playing on (the player was told otherwise).
+    void dropClockHold();
+    /// A new position came (libmpv's "time-pos").
+    void clockPositionCame();
+    /// Play was asked for on the host's clock: holds the frame until the
+    /// host's time reaches it, or seeks to where that time is; false when
+    /// playing starts at once.
+    bool startOnHostClock();
+    /// How far the first position after a hold leads the host's time.
+    qint64 reportLeadMs() const;
 
     PlayerStatistics m_stats;
     double m_containerFps = 0.0;

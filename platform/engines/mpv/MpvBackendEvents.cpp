@@ -284,10 +284,12 @@ void MpvBackend::onPropertyChange(const mpv_event& event)
     const auto& p = *static_cast<mpv_event_property*>(event.data);
     switch (event.reply_userdata) {
     case ObsTimePos:
-        if (p.format != MPV_FORMAT_DOUBLE)
-            return;
+        if (p.format != MPV_FORMAT_DOUBLE || m_clockSeeking)
+            return; // while a clock seek lands, the position may be from before it
         m_position = std::llround(doubleOf(p) * 1000.0);
-        if (m_loaded && m_playable && !m_paused && !m_ready.active && !m_ended
+        m_positionAge.start();
+        clockPositionCame();
+        if (m_loaded && m_playable && !m_paused && !m_ready.active && !m_ended && !m_clockHolding
             && (!m_positionReport.isValid() || m_positionReport.elapsed() >= 95)) {
             m_positionReport.start();
             m_sink.positionChanged(m_position);
@@ -369,6 +371,7 @@ void MpvBackend::onEndFile(const mpv_event& event)
 
 void MpvBackend::onPlaybackRestart()
 {
+    clockSeekLanded();
     if (m_loaded && !m_playable) {
         // The first frame (or the end) is there: the source is judged before
         // anything is reported for it (MpvBackendChecks.cpp).
@@ -387,6 +390,7 @@ void MpvBackend::completeReady()
     const Ready done = m_ready;
     m_ready = Ready();
     m_position = done.msec;
+    m_positionAge.start();
     m_paused = done.pause;
     if (!done.pause) {
         m_positionReport.invalidate();

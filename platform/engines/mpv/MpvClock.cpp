@@ -15,8 +15,9 @@ ClockStep MpvClock::follow(qint64 hostMsec, qint64 positionMsec)
     }
     if (std::llabs(behind) <= kToleranceMsec)
         return step;
-    // Work a difference off over about two seconds: 100 ms late plays 5 % fast.
-    step.speed = 1.0 + std::clamp(static_cast<double>(behind) / 2000.0,
+    // Work a difference off over about half a second: 20 ms late plays 4 %
+    // fast, 25 ms or more 5 %.
+    step.speed = 1.0 + std::clamp(static_cast<double>(behind) / 500.0,
                                   -kMaxCorrection, kMaxCorrection);
     return step;
 }

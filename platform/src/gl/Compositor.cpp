@@ -180,6 +180,20 @@ quint64 Compositor::drawCount(ScreenWidget* widget) const
     return 0;
 }
 
+void Compositor::setOutputTap(ScreenWidget* widget, ScreenOutputTap* tap)
+{
+    if (Screen* screen = screenFor(widget))
+        screen->tap = tap;
+}
+
+void Compositor::redraw(ScreenWidget* widget)
+{
+    if (Screen* screen = screenFor(widget)) {
+        screen->forced = true;
+        requestFrame();
+    }
+}
+
 void Compositor::onEffectsChanged(int layerId)
 {
     const QMap<QString, QVariant> record = EffectsService::getInstance().effects(layerId);
@@ -319,6 +333,7 @@ void Compositor::tick()
         s->forced = false;
         drawScreen(*s);
     }
+    fillScreenPreviews();
     pruneMemos();
 }
 
@@ -480,6 +495,8 @@ void Compositor::addPreviewSources()
 void Compositor::fillPreviews()
 {
     for (QtAV::PreviewRenderer* preview : ScreenService::getInstance().previews()) {
+        if (preview->screenId() >= 0)
+            continue; // a screen's preview: fillScreenPreviews
         QtAV::AVPlayer* player = preview->player();
         QtAV::VideoFrameSource* source = player ? player->frameSource() : nullptr;
         const SourceUse* use = source ? sourceUse(source) : nullptr;
@@ -508,6 +525,49 @@ void Compositor::fillPreviews()
         m_painter.draw(memo.placement, use->texture, size, 1.f, LayerEffects());
         memo.target->release();
         memo.serial = source->serial();
+        memo.lastAt = now;
+        preview->setPicture(memo.target->toImage(true).convertToFormat(QImage::Format_RGB32));
+    }
+}
+
+void Compositor::fillScreenPreviews()
+{
+    for (QtAV::PreviewRenderer* preview : ScreenService::getInstance().previews()) {
+        if (preview->screenId() < 0)
+            continue;
+        Screen* screen = screenById(preview->screenId());
+        if (!screen || !screen->surface || !screen->surface->isValid() || screen->draws == 0)
+            continue;
+        // Refilled only when the screen was redrawn since, and not above the
+        // preview's rate: the read-back is of the small target only.
+        PreviewMemo& memo = m_previews[preview];
+        const qint64 now = m_clock.elapsed();
+        const bool changed = memo.screen != screen || memo.serial != screen->draws;
+        if (!changed)
+            continue;
+        if (now - memo.lastAt < 1000.0 / preview->maxRate()) {
+            requestFrame(); // not yet: come back for it
+            continue;
+        }
+        const QSize size = previewSize(preview);
+        if (!memo.target || memo.target->size() != size) {
+            QOpenGLFramebufferObjectFormat format;
+            format.setInternalTextureFormat(GL_RGBA8);
+            memo.target = std::make_shared<QOpenGLFramebufferObject>(size, format);
+            QtAV::RenderDrawState whole;
+            whole.revision = 1;
+            whole.geometry = QRect(QPoint(0, 0), size);
+            memo.placement = placementFor(whole, QSizeF(size));
+        }
+        QOpenGLFramebufferObject* out = screen->surface->output();
+        const QtAV::FrameTexture picture{out->texture(), out->size(), true};
+        memo.target->bind();
+        QOpenGLContext::currentContext()->functions()->glClearColor(0, 0, 0, 1);
+        QOpenGLContext::currentContext()->functions()->glClear(GL_COLOR_BUFFER_BIT);
+        m_painter.draw(memo.placement, picture, size, 1.f, LayerEffects());
+        memo.target->release();
+        memo.screen = screen;
+        memo.serial = screen->draws;
         memo.lastAt = now;
         preview->setPicture(memo.target->toImage(true).convertToFormat(QImage::Format_RGB32));
     }
@@ -553,6 +613,9 @@ void Compositor::drawScreen(Screen& screen)
     ++screen.draws;
     if (screen.recorder && screen.recorder->isRecording())
         screen.recorder->pushFrame(surface.readOutput(), screen.recordClock.elapsed());
+    if (screen.tap && screen.tap->wantsPictures())
+        screen.tap->outputDrawn(*surface.output());
+    emit ScreenService::getInstance().screenDrawn(screen.widget->screenId());
     surface.present();
     sharedContext(); // back on the shared surface after a window swap
 }

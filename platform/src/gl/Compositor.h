@@ -26,6 +26,7 @@
 #include "gl/LayerPainter.h"
 #include "gl/PushedFrameSource.h"
 #include "gl/ScreenPostPass.h"
+#include "gl/ScreenOutputTap.h"
 #include "gl/ScreenRecorder.h"
 #include "gl/ScreenSurface.h"
 
@@ -66,6 +67,12 @@ public:
     /// Finishes every running recording from the pictures it has, without
     /// drawing (the display may be gone).
     void finishRecordings();
+
+    /// Hands every finished picture of the screen to `tap` (null: none);
+    /// the tap is not owned and is forgotten when the screen closes.
+    void setOutputTap(ScreenWidget* widget, ScreenOutputTap* tap);
+    /// Redraws the screen at the next tick even when nothing changed.
+    void redraw(ScreenWidget* widget);
 
     /// A preview is being destroyed: forget it.
     void previewGone(QtAV::PreviewRenderer* preview);
@@ -110,6 +117,7 @@ private:
         quint64 draws = 0;
         std::unique_ptr<ScreenRecorder> recorder;
         QElapsedTimer recordClock;
+        ScreenOutputTap* tap = nullptr;   // not owned (a published screen's reader)
     };
 
     void schedule();
@@ -132,6 +140,9 @@ private:
     void pruneMemos();
     void addPreviewSources();
     void fillPreviews();
+    /// Previews of whole screens (PreviewRenderer::setScreenId), after the
+    /// screens were drawn.
+    void fillScreenPreviews();
 
     std::atomic<bool> m_requested{false}; // a tick is asked for (any thread)
 
@@ -159,6 +170,7 @@ private:
         qint64 lastAt = -1000000;
         std::shared_ptr<QOpenGLFramebufferObject> target; // shared: QHash copies memos
         Placement placement;  // the whole picture over the target, made with it
+        const void* screen = nullptr; // a screen preview: the Screen it last showed
     };
     QHash<QtAV::PreviewRenderer*, PreviewMemo> m_previews;
     LayerPainter m_painter;

@@ -1,0 +1,34 @@
+// Test main of the PipeWire video tests: a GUI application (OpenGL needs
+// one; the suite runs under a virtual X server with Qt's offscreen
+// platform), the recording engine (a "spout" layer shows the frames pushed
+// to its player whatever the engine), and a private PipeWire daemon with its
+// session manager for the whole run, stopped at the end.
+#include "PipeWireFixture.h"
+#include "RecordingEngine.h"
+
+#include <QGuiApplication>
+#include <gtest/gtest.h>
+
+namespace {
+
+class DaemonEnvironment : public ::testing::Environment
+{
+public:
+    void SetUp() override
+    {
+        ASSERT_TRUE(PipeWireTest::daemon().start()) << PipeWireTest::daemon().error().toStdString();
+    }
+    void TearDown() override { PipeWireTest::daemon().stop(); }
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    QGuiApplication app(argc, argv);
+    RecordingEngine::install();
+    ::testing::InitGoogleTest(&argc, argv);
+    ::testing::AddGlobalTestEnvironment(new DaemonEnvironment);
+    return RUN_ALL_TESTS();
+}
