@@ -75,6 +75,12 @@ public:
     /// Finishes the file; false when the screen was not recording.
     bool stopRecording(int screenId);
 
+    /// Output frames drawn so far for the first open screen with this id
+    /// (opening order); 0 when none is open or nothing is drawn. For
+    /// diagnostics and benchmarks: the count grows by one each time the
+    /// screen's picture is redrawn.
+    quint64 drawnFrames(int screenId) const;
+
     /// The connection to the display is gone: no GL call is made from now on
     /// (nothing draws; snapshots fail; a recording stopped from now on is
     /// finished from the pictures it already has). For a host that ends the

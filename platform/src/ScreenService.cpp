@@ -208,6 +208,12 @@ bool ScreenService::stopRecording(int screenId)
     return m_compositor->stopRecording(widget);
 }
 
+quint64 ScreenService::drawnFrames(int screenId) const
+{
+    ScreenWidget* widget = screenById(screenId);
+    return widget && m_compositor ? m_compositor->drawCount(widget) : 0;
+}
+
 void ScreenService::addPreview(QtAV::PreviewRenderer* preview)
 {
     if (!preview || m_previews.contains(preview))
