@@ -136,8 +136,10 @@ EVENTS
     Host lines: {"t", "host": "listening", "address", "port"} and
     {"t", "host": "recordFinished", "screen", "path"}, for a layer whose
     source cannot be played {"t", "host": "mediaError", "bankId", "layerId",
-    "path", "reason"} and, when the X server goes away,
-    {"t", "host": "displayLost", "code": 3, "reason"}.
+    "path", "reason"}, once a second while layers drop frames (due on a
+    screen, never shown: an overloaded machine) {"t", "host": "drops",
+    "layers": [{"bankId", "layerId", "dropped", "total"}, ...]} and, when the
+    X server goes away, {"t", "host": "displayLost", "code": 3, "reason"}.
     TCP clients get their own steps' replies and every event and host line
     (once authenticated, when a token is in force). A client may shut down
     its sending side after its last step: the replies still come, then the

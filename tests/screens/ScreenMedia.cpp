@@ -64,6 +64,18 @@ QString quadrantClip()
                  QStringLiteral("aac"), QStringLiteral("-shortest")});
 }
 
+QString movingClip()
+{
+    return make(QStringLiteral("moving-20s.mp4"),
+                {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                 QStringLiteral("testsrc2=size=320x180:rate=25:duration=20"), QStringLiteral("-f"),
+                 QStringLiteral("lavfi"), QStringLiteral("-i"),
+                 QStringLiteral("sine=frequency=440:sample_rate=48000:duration=20"),
+                 QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"),
+                 QStringLiteral("ultrafast"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"),
+                 QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-shortest")});
+}
+
 QString quadrantPicture()
 {
     return make(QStringLiteral("quadrants.png"),

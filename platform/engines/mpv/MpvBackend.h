@@ -240,6 +240,7 @@ private:
     bool m_externalClock = false;
     double m_speed = 1.0;
 
+    qint64 m_voDrops = 0;                // last "frame-drop-count" (libmpv's video output)
     PlayerStatistics m_stats;
     double m_containerFps = 0.0;
     double m_estimatedFps = 0.0;

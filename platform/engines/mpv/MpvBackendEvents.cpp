@@ -30,6 +30,7 @@ enum Observed : std::uint64_t {
     ObsSampleRate,
     ObsChannels,
     ObsCurrentAo,
+    ObsFrameDrops,
 };
 
 struct Observation
@@ -50,6 +51,7 @@ const Observation kObserved[] = {
     {ObsSampleRate, "audio-params/samplerate", MPV_FORMAT_INT64},
     {ObsChannels, "audio-params/channel-count", MPV_FORMAT_INT64},
     {ObsCurrentAo, "current-ao", MPV_FORMAT_STRING},
+    {ObsFrameDrops, "frame-drop-count", MPV_FORMAT_INT64},
 };
 
 double doubleOf(const mpv_event_property& p)
@@ -332,6 +334,16 @@ void MpvBackend::onPropertyChange(const mpv_event& event)
     case ObsCurrentAo:
         m_engine.noteAudioOutput(stringOf(p)); // once per process: which output opened
         break;
+    case ObsFrameDrops: {
+        // Frames the video output dropped because they came too late to be
+        // drawn. libmpv starts the count again at every seek (a loop too).
+        const qint64 count = p.format == MPV_FORMAT_INT64 ? intOf(p) : 0;
+        const qint64 added = count >= m_voDrops ? count - m_voDrops : count;
+        m_voDrops = count;
+        if (added > 0 && m_frames)
+            m_frames->noteEngineDrops(static_cast<quint64>(added));
+        break;
+    }
     default:
         break;
     }

@@ -93,9 +93,17 @@ bool MpvFrameSource::pollFrameDue()
     return m_frameDue;
 }
 
+void MpvFrameSource::noteEngineDrops(quint64 count)
+{
+    m_engineDrops += count;
+    if (count > 0)
+        requestCompositorFrame(); // reported with the next output frame
+}
+
 void MpvFrameSource::discardPendingFrame()
 {
     m_pending.store(false);
+    m_engineDrops = 0; // nothing shows this source: nothing was due on a screen
     const uint64_t flags = mpv_render_context_update(m_render);
     if (m_frameDue || (flags & MPV_RENDER_UPDATE_FRAME))
         skipFrame();
@@ -136,6 +144,10 @@ void MpvFrameSource::redraw()
 FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
 {
     const bool due = m_pending.exchange(false);
+    if (m_engineDrops > 0) {
+        reportDroppedFrames(this, m_engineDrops);
+        m_engineDrops = 0;
+    }
     // Ask libmpv whether a new frame is due; this also lets it go on.
     const uint64_t flags = mpv_render_context_update(m_render);
     if (m_pictureSize.isEmpty()) {

@@ -60,6 +60,10 @@ public:
     bool pollFrameDue();
     /// Joins a start gate (MpvStartGate.h): new frames wait for the group.
     void joinStartGate(const std::shared_ptr<MpvStartGate>& gate);
+    /// libmpv's video output dropped `count` frames (they came too late to
+    /// be drawn); reported to the screens at the next output frame that
+    /// brings this source up to date, forgotten when nothing shows it.
+    void noteEngineDrops(quint64 count);
 
     /// Render contexts made and not yet freed, in the whole process (any
     /// thread): what a leak check of released players looks at.
@@ -80,6 +84,7 @@ private:
     quint64 m_serial = 0;
     bool m_hasFrame = false;                // m_target holds a rendered frame
     bool m_frameDue = false;                // libmpv said a new frame is due, not rendered yet
+    quint64 m_engineDrops = 0;              // dropped by libmpv, not yet reported
     std::shared_ptr<MpvStartGate> m_gate;   // while the layer's start is gated
 };
 

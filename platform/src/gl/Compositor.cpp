@@ -180,6 +180,25 @@ quint64 Compositor::drawCount(ScreenWidget* widget) const
     return 0;
 }
 
+void Compositor::noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count)
+{
+    m_drops.note(source, count);
+}
+
+void Compositor::settleDrops()
+{
+    m_shown.clear();
+    for (const auto& s : m_screens) {
+        if (!s->surface || !s->surface->isValid())
+            continue;
+        for (const Item& item : s->items) {
+            if (item.source && item.player)
+                m_shown.emplace_back(item.source, item.player);
+        }
+    }
+    m_drops.settle(m_shown);
+}
+
 void Compositor::onEffectsChanged(int layerId)
 {
     const QMap<QString, QVariant> record = EffectsService::getInstance().effects(layerId);
@@ -308,6 +327,7 @@ void Compositor::tick()
         gatherItems(*s);
     feedVirtualScreens();
     updateSources();
+    settleDrops();
     fillPreviews();
     for (auto& s : m_screens) {
         if (!s->surface || !s->surface->isValid())

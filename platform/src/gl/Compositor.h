@@ -23,6 +23,7 @@
 
 #include "ScreenWidget.h"
 #include "gl/EffectSettings.h"
+#include "gl/FrameDrops.h"
 #include "gl/LayerPainter.h"
 #include "gl/PushedFrameSource.h"
 #include "gl/ScreenPostPass.h"
@@ -72,6 +73,13 @@ public:
 
     /// Output frames drawn so far for a screen (tests, diagnostics).
     quint64 drawCount(ScreenWidget* widget) const;
+
+    /// A source's dropped frames (reportDroppedFrames; GUI thread).
+    void noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count);
+    /// Frames a player had due while shown that never reached a screen
+    /// (FrameDrops.h).
+    quint64 droppedFrames(QtAV::AVPlayer* player) const { return m_drops.dropped(player); }
+    QHash<QtAV::AVPlayer*, quint64> droppedFrameCounts() const { return m_drops.all(); }
 
 private slots:
     void tick();
@@ -132,6 +140,7 @@ private:
     void pruneMemos();
     void addPreviewSources();
     void fillPreviews();
+    void settleDrops();
 
     std::atomic<bool> m_requested{false}; // a tick is asked for (any thread)
 
@@ -163,6 +172,8 @@ private:
     QHash<QtAV::PreviewRenderer*, PreviewMemo> m_previews;
     LayerPainter m_painter;
     ScreenPostPass m_post;
+    FrameDrops m_drops;
+    FrameDrops::Shown m_shown;                        // reused every tick
 };
 
 } // namespace kelmor::gl
