@@ -255,6 +255,7 @@ QImage Compositor::grab(ScreenWidget* widget)
     tick();
     if (!sharedContext())
         return QImage();
+    ensureOutput(*screen);
     return screen->surface->readOutput();
 }
 
@@ -300,8 +301,10 @@ bool Compositor::stopRecording(ScreenWidget* widget)
     if (!screen || !screen->recorder || !screen->recorder->isRecording())
         return false;
     // The picture on screen lasts until now.
-    if (sharedContext())
+    if (sharedContext()) {
+        ensureOutput(*screen);
         screen->recorder->pushFrame(screen->surface->readOutput(), screen->recordClock.elapsed());
+    }
     const int frames = screen->recorder->stop();
     qDebug() << "stopRecording: screen" << widget->screenId() << frames << "frames in"
              << screen->recorder->path();
@@ -323,8 +326,10 @@ void Compositor::tick()
                                        return !open.contains(s->widget);
                                    }),
                     m_screens.end());
-    for (auto& s : m_screens)
+    for (auto& s : m_screens) {
         gatherItems(*s);
+        s->outputWanted = s->recorder && s->recorder->isRecording();
+    }
     feedVirtualScreens();
     updateSources();
     settleDrops();
@@ -417,6 +422,16 @@ void Compositor::feedVirtualScreens()
             const int id = virtualScreenId(player->file(), &ok);
             Screen* shown = ok ? screenById(id) : nullptr;
             const bool drawable = shown && shown->surface && shown->surface->isValid();
+            if (drawable) {
+                shown->outputWanted = true;
+                if (shown->outputStale) {
+                    // Its last picture went to its window only: drawn into
+                    // the output at this tick, given at the next.
+                    shown->forced = true;
+                    requestFrame();
+                    continue;
+                }
+            }
             const quint64 fed = drawable ? shown->draws : ~quint64(0);
             auto last = m_virtualFed.find(player);
             if (last != m_virtualFed.end() && last.value() == fed)
@@ -565,16 +580,51 @@ quint64 Compositor::signatureOf(const Screen& screen)
 void Compositor::drawScreen(Screen& screen)
 {
     ScreenSurface& surface = *screen.surface;
-    surface.beginCompose();
-    for (Item& item : screen.items)
-        drawItem(screen, item);
-    surface.compose()->release();
-    m_post.run(*surface.compose(), *surface.output(), screenEffectsFor(screen.widget->screenId()));
+    const ScreenEffects effects = screenEffectsFor(screen.widget->screenId());
+    if (effects.isNeutral() && !screen.outputWanted && surface.canDrawToWindow()
+        && surface.beginWindow()) {
+        // Nobody reads this picture back: the window takes the layers itself,
+        // one pass fewer than through the output framebuffer.
+        for (Item& item : screen.items)
+            drawItem(screen, item);
+        surface.endWindow();
+        screen.outputStale = true;
+        ++screen.draws;
+        sharedContext();
+        return;
+    }
+    drawOutput(screen, effects);
     ++screen.draws;
     if (screen.recorder && screen.recorder->isRecording())
         screen.recorder->pushFrame(surface.readOutput(), screen.recordClock.elapsed());
     surface.present();
     sharedContext(); // back on the shared surface after a window swap
+}
+
+void Compositor::drawOutput(Screen& screen, const ScreenEffects& effects)
+{
+    ScreenSurface& surface = *screen.surface;
+    if (effects.isNeutral()) {
+        // Nothing to finish: the layers go straight into the output.
+        surface.beginOutput();
+        for (Item& item : screen.items)
+            drawItem(screen, item);
+        surface.output()->release();
+    } else {
+        surface.beginCompose();
+        for (Item& item : screen.items)
+            drawItem(screen, item);
+        surface.compose()->release();
+        m_post.run(*surface.compose(), *surface.output(), effects);
+    }
+    screen.outputStale = false;
+}
+
+void Compositor::ensureOutput(Screen& screen)
+{
+    if (!screen.outputStale || !screen.surface || !screen.surface->isValid())
+        return;
+    drawOutput(screen, screenEffectsFor(screen.widget->screenId()));
 }
 
 void Compositor::drawItem(Screen& screen, Item& item)

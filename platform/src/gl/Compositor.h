@@ -8,7 +8,12 @@
 //    any of its render objects needs (decode once, draw many);
 // 4. redraw only the screens whose content changed (settings, new frames,
 //    fades, effects), finish them with their monitor effects, show windows,
-//    and hand recorded screens' pictures to their recorders.
+//    and hand recorded screens' pictures to their recorders. With neutral
+//    monitor effects the layers are drawn straight into the output
+//    framebuffer; a window whose picture nobody reads back (no recording, no
+//    virtualScreen layer showing it) takes them straight into its own
+//    framebuffer, and its output framebuffer is drawn only when a picture is
+//    asked for (grab).
 // Ticks are asked for (requestFrame) by frame sources with new frames, by
 // render objects whose settings change, by effect and screen changes and by
 // window exposes, and run at most once per refresh interval of the displays
@@ -115,6 +120,8 @@ private:
         std::vector<Item> items;          // reused every tick
         quint64 signature = 0;            // of what was last drawn
         bool forced = true;               // draw at the next tick whatever changed
+        bool outputWanted = false;        // this tick: a recording or a virtualScreen layer reads the output
+        bool outputStale = false;         // the last draw went to the window only
         quint64 draws = 0;
         std::unique_ptr<ScreenRecorder> recorder;
         QElapsedTimer recordClock;
@@ -127,6 +134,11 @@ private:
     SourceUse* sourceUse(QtAV::VideoFrameSource* source);
     quint64 signatureOf(const Screen& screen);
     void drawScreen(Screen& screen);
+    /// Draws the screen's items into its output framebuffer (through the
+    /// compose framebuffer and the monitor effects when they are not neutral).
+    void drawOutput(Screen& screen, const ScreenEffects& effects);
+    /// Draws the output framebuffer when the last draw went to the window only.
+    void ensureOutput(Screen& screen);
     void drawItem(Screen& screen, Item& item);
     Memo& memoFor(const Item& item);
     /// Makes memo.placement current for these settings and picture size.
