@@ -12,6 +12,9 @@ namespace ScreenMedia {
 QString quadrantClip();
 /// 20 s, 320x180, 25 fps H.264 of ffmpeg's moving test picture, with a tone.
 QString movingClip();
+/// 4 s, 320x180, 25 fps H.264, red for 2.5 s then green, one keyframe (at
+/// the start), no sound.
+QString redThenGreenClip();
 /// A 320x180 PNG of the same four quadrants.
 QString quadrantPicture();
 

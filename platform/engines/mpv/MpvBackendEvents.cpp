@@ -250,6 +250,13 @@ void MpvBackend::onFileLoaded()
     mpv_get_property_async(m_mpv, tag(Tag::Stat, m_loadSerial), "container-fps", MPV_FORMAT_DOUBLE);
     mpv_get_property_async(m_mpv, tag(Tag::Stat, m_loadSerial), "width", MPV_FORMAT_INT64);
     mpv_get_property_async(m_mpv, tag(Tag::StatLast, m_loadSerial), "height", MPV_FORMAT_INT64);
+    if (m_loadIsReady) {
+        // Opened at the play-ready's position: the next restart is its frame.
+        m_loadIsReady = false;
+        setString(m_mpv, Prop::Start, startOption());
+        if (m_ready.active && m_ready.inLoad)
+            m_ready.armed = true;
+    }
     if (m_ready.active && !m_ready.seekSent)
         sendReadySeek();
 }
