@@ -53,6 +53,7 @@ struct Run
     double frames = 0.0;
     int worstPictures = 0;     // fewest draws of a screen in a whole second
     std::vector<double> ticks; // compositor tick durations, ms
+    ThreadCpu threads0, threads1; // ours: per-thread CPU around the run
     bool ok() const { return frames > 0 && cpuSeconds > 0; }
     double msPerFrame() const { return ok() ? cpuSeconds * 1000.0 / frames : 0.0; }
 };
@@ -107,6 +108,7 @@ Run runOurs(BenchApp& app, const QString& name, int screens, bool windowed, cons
     });
 
     const quint64 serial0 = layer.serial();
+    run.threads0 = threadCpu();
     const double cpu0 = selfCpuSeconds(), x0 = xCpu();
     const Clock::time_point t0 = Clock::now();
     app.takeTicks();
@@ -120,6 +122,7 @@ Run runOurs(BenchApp& app, const QString& name, int screens, bool windowed, cons
     run.cpuSeconds = selfCpuSeconds() - cpu0 + run.xSeconds;
     run.wallSeconds = msSince(t0) / 1000.0;
     run.frames = double(layer.serial() - serial0);
+    run.threads1 = threadCpu();
     run.ticks = app.takeTicks();
     app.takeTickStarts();
     releaseLayers(layers);
@@ -166,12 +169,16 @@ Run runReference(const Clip& clip, int seconds)
     return run;
 }
 
+bool g_threads = false; // --threads: where our CPU went (main only)
+
 void printRun(const Run& r)
 {
     std::printf("  %-18s %7.2f %7.2f %7.2f %7.0f %9.2f %6s %7.2f %7.2f   %s\n", qPrintable(r.name),
                 r.cpuSeconds, r.xSeconds, r.wallSeconds, r.frames, r.msPerFrame(),
                 r.worstPictures >= 0 ? qPrintable(QString::number(r.worstPictures)) : "-",
                 percentile(r.ticks, 50), percentile(r.ticks, 99), qPrintable(loadAverage()));
+    if (g_threads && !r.threads1.empty())
+        printThreadCpu(r.threads0, r.threads1, r.frames);
     std::fflush(stdout);
 }
 
@@ -198,6 +205,7 @@ int main(int argc, char** argv)
     addCommonOptions(parser);
     parser.addOption({"seconds", "Seconds measured per configuration (default 10).", "s", "10"});
     parser.addOption({"reps", "Interleaved repetitions (default 3).", "n", "3"});
+    parser.addOption({"threads", "Print where our CPU went, by thread, for every run."});
     parser.process(app);
     if (!app.start(parser))
         return 1;
@@ -207,6 +215,7 @@ int main(int argc, char** argv)
     }
     const int seconds = std::max(2, parser.value("seconds").toInt());
     const int reps = std::max(1, parser.value("reps").toInt());
+    g_threads = parser.isSet("threads");
     const Clip clip = ensureClip(mediaDir(parser), seconds + 3, 440);
     if (!clip.ok())
         return 1;

@@ -2,6 +2,9 @@
 // virtualScreen layer showing it are the same as an offscreen screen's, also
 // when the window is drawn without its picture being read back.
 #include "ScreenFixture.h"
+#include "ScreenMedia.h"
+
+#include <QSignalSpy>
 
 class ScreenWindowedTest : public ScreenTest
 {
@@ -76,4 +79,33 @@ TEST_F(ScreenWindowedTest, VirtualScreenLayerFollowsAWindowsPicture)
     source->pushFrame(QtAV::VideoFrame(solid(Qt::yellow)));
     EXPECT_TRUE(waitUntil([&] { return near(grab(2).pixel(160, 90), Qt::yellow, 2); }, 3000))
         << "screen 2 kept " << describe(grab(2).pixel(160, 90));
+}
+
+// A played layer alone on a screen at 1:1 reaches it by a copy; with another
+// layer on the screen it is drawn by the layer shader: the pixels are the
+// same, bottom row to top, on an offscreen screen and on a window.
+TEST_F(ScreenWindowedTest, LoneLayerAtOneToOneIsPixelIdenticalToTheDrawnOne)
+{
+    const QString clip = ScreenMedia::movingClip();
+    ASSERT_FALSE(clip.isEmpty()) << "ffmpeg could not make the clip";
+    ScreenWidget* alone = openScreen(1);
+    ScreenWidget* shared = openScreen(2);
+    ScreenWidget* window = openWindow(3);
+    QtAV::AVPlayer* player = newPlayer();
+    player->setMediaType(QStringLiteral("video"));
+    show(player, alone, QRect(0, 0, 320, 180), QSizeF(320, 180));
+    show(player, shared, QRect(0, 0, 320, 180), QSizeF(320, 180));
+    show(player, window, QRect(0, 0, 320, 180), QSizeF(320, 180));
+    // Off the picture of screen 2: only there to make the layer not alone.
+    show(pushedPlayer(solid(Qt::white, 8, 8)), shared, QRect(400, 300, 8, 8));
+    QSignalSpy ready(player, &QtAV::AVPlayer::playReadySucess);
+    player->playReady(clip, 1000, true);
+    ASSERT_TRUE(waitUntil([&] { return ready.count() > 0; }));
+    settle();
+    const QImage a = grab(1), b = grab(2), c = grab(3);
+    ASSERT_FALSE(a.isNull());
+    EXPECT_NE(a.pixel(160, 90), qRgb(0, 0, 0));
+    QPoint worst;
+    EXPECT_EQ(maxChannelDifference(a, b, &worst), 0) << "at (" << worst.x() << ", " << worst.y() << ")";
+    EXPECT_EQ(maxChannelDifference(c, b, &worst), 0) << "at (" << worst.x() << ", " << worst.y() << ")";
 }

@@ -642,7 +642,8 @@ void Compositor::drawItem(Screen& screen, Item& item)
             memo.received = std::make_shared<QtAV::PushedFrameSource>();
         memo.received->push(item.state.received);
     }
-    if (memo.received && memo.receiveCount > 0 && memo.serialAtReceive == serial)
+    const bool received = memo.received && memo.receiveCount > 0 && memo.serialAtReceive == serial;
+    if (received)
         texture = memo.received->updateTexture(QSize());
     if (!texture.isValid())
         return;
@@ -650,8 +651,16 @@ void Compositor::drawItem(Screen& screen, Item& item)
     // made then is reused; a received frame without a source has its own.
     const QSize known = item.source ? item.source->pictureSize() : QSize();
     ensurePlacement(memo, item.state, known.isEmpty() ? QSizeF(texture.size) : QSizeF(known));
-    m_painter.draw(memo.placement, texture, screen.surface->size(), item.opacity,
-                   layerEffectsFor(item));
+    const LayerEffects effects = layerEffectsFor(item);
+    // Alone on the screen, plain and 1:1, with an engine's picture (opaque:
+    // libmpv composes any alpha onto its background; pushed pictures may
+    // have alpha): one copy instead of a shader pass.
+    if (screen.items.size() == 1 && !received && !memo.placement.plainRect.isNull()
+        && item.opacity == 1.f && effects.isNeutral()
+        && !dynamic_cast<QtAV::PushedFrameSource*>(item.source)
+        && m_copy.copy(texture, memo.placement.plainRect, screen.surface->size()))
+        return;
+    m_painter.draw(memo.placement, texture, screen.surface->size(), item.opacity, effects);
 }
 
 } // namespace kelmor::gl

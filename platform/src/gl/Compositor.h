@@ -13,7 +13,8 @@
 //    framebuffer; a window whose picture nobody reads back (no recording, no
 //    virtualScreen layer showing it) takes them straight into its own
 //    framebuffer, and its output framebuffer is drawn only when a picture is
-//    asked for (grab).
+//    asked for (grab). A layer alone on a screen, plain and 1:1, is copied
+//    there (FrameCopy.h).
 // Ticks are asked for (requestFrame) by frame sources with new frames, by
 // render objects whose settings change, by effect and screen changes and by
 // window exposes, and run at most once per refresh interval of the displays
@@ -28,6 +29,7 @@
 
 #include "ScreenWidget.h"
 #include "gl/EffectSettings.h"
+#include "gl/FrameCopy.h"
 #include "gl/FrameDrops.h"
 #include "gl/LayerPainter.h"
 #include "gl/PushedFrameSource.h"
@@ -183,6 +185,7 @@ private:
     };
     QHash<QtAV::PreviewRenderer*, PreviewMemo> m_previews;
     LayerPainter m_painter;
+    FrameCopy m_copy;
     ScreenPostPass m_post;
     FrameDrops m_drops;
     FrameDrops::Shown m_shown;                        // reused every tick
