@@ -75,6 +75,7 @@ bool BenchApp::notify(QObject* receiver, QEvent* event)
     const Clock::time_point t0 = Clock::now();
     const bool handled = QGuiApplication::notify(receiver, event);
     m_ticks.push_back(msSince(t0));
+    m_tickStarts.push_back(t0);
     return handled;
 }
 
@@ -88,6 +89,13 @@ std::vector<double> BenchApp::takeTicks()
     std::vector<double> ticks;
     ticks.swap(m_ticks);
     return ticks;
+}
+
+std::vector<Clock::time_point> BenchApp::takeTickStarts()
+{
+    std::vector<Clock::time_point> starts;
+    starts.swap(m_tickStarts);
+    return starts;
 }
 
 bool waitUntil(const std::function<bool()>& done, int timeoutMs, int pollMs)
@@ -129,6 +137,16 @@ ScreenWidget* openScreen(int id, const QSize& size)
     return ScreenService::getInstance().openScreen(info);
 }
 
+ScreenWidget* openWindowScreen(int id, const QSize& size, const QPoint& topLeft)
+{
+    ScreenInfo info;
+    info.screenId = id;
+    info.geometry = QRect(topLeft, size);
+    info.offscreen = false;
+    info.monitor = -1;
+    return ScreenService::getInstance().openScreen(info);
+}
+
 void closeScreens()
 {
     ScreenService::getInstance().closeAllScreens();
@@ -158,14 +176,14 @@ Layer::~Layer()
     }
 }
 
-void Layer::show(ScreenWidget* screen, const QRect& geometry)
+void Layer::show(ScreenWidget* screen, const QRect& geometry, const QSize& picture)
 {
     if (!screen || !m_player)
         return;
     m_renders.push_back(std::make_unique<QtAV::NoxOpenGLRender>());
     QtAV::NoxOpenGLRender* r = m_renders.back().get();
     r->setPlayerLayerID(screen->screenId(), int(m_renders.size()));
-    r->setOriginalWH(1920, 1080);
+    r->setOriginalWH(picture.width(), picture.height());
     r->setGeometry(geometry.x(), geometry.y(), geometry.width(), geometry.height());
     m_player->addVideoRenderer(r);
     screen->pushRender(r);

@@ -57,10 +57,14 @@ public:
     /// that kind is active in these benchmarks).
     void recordTicks(bool on);
     std::vector<double> takeTicks();
+    /// When each recorded tick began (the same order as takeTicks); taken
+    /// with it.
+    std::vector<Clock::time_point> takeTickStarts();
 
 private:
     bool m_recording = false;          // GUI thread
     std::vector<double> m_ticks;       // GUI thread
+    std::vector<Clock::time_point> m_tickStarts; // GUI thread
 };
 
 /// Runs the event loop until done() is true (checked every pollMs) or
@@ -71,6 +75,9 @@ void runFor(int msec);
 
 /// An offscreen output screen.
 ScreenWidget* openScreen(int id, const QSize& size);
+/// A windowed output screen (a frameless window at `topLeft`); needs Qt's
+/// xcb platform, not "offscreen".
+ScreenWidget* openWindowScreen(int id, const QSize& size, const QPoint& topLeft = QPoint(0, 0));
 void closeScreens();
 
 /// One layer: a player of type "video" and its render objects.
@@ -83,8 +90,9 @@ public:
     Layer& operator=(const Layer&) = delete;
 
     QtAV::AVPlayer* player() const { return m_player.data(); }
-    /// Shows the player on `screen` at `geometry` (picture 1920x1080).
-    void show(ScreenWidget* screen, const QRect& geometry);
+    /// Shows the player on `screen` at `geometry` (of a picture of `picture`
+    /// pixels).
+    void show(ScreenWidget* screen, const QRect& geometry, const QSize& picture = QSize(1920, 1080));
     bool shown() const { return !m_renders.empty(); }
     /// The frame source's serial, 0 when there is none.
     quint64 serial() const;

@@ -1,35 +1,42 @@
-// How many 1080p30 layers play without dropping a frame: N players of the same
-// 1080p30 H.264 clip, each shown at 320x180 on one 1280x720 offscreen screen,
-// all started together and played for --seconds (default 20; 60 for the full
-// check). N steps 1, 2, 3, ... until a step drops; the capacity is the last N
-// without drops. The clip is made --seconds + 3 s long so that no layer
-// loops during a step: libmpv's drop counters are not monotonic across a
-// loop (a looped run showed them going down), and a loop seam is a separate
-// question from steady playback.
+// How many layers play in real time without dropping a frame, against the
+// decode floor of the same clip: N players of one H.264 clip at 30 fps
+// (360p and 720p by default, --heights), tiled over one 1280x720 offscreen
+// screen (ceil(sqrt(N)) columns of 16:9 tiles; 16 layers are 320x180 each),
+// started together and played for --seconds (default 60).
 //
-// A step drops when, summed over its layers, libmpv's "frame-drop-count"
-// (frames the video output dropped) or "decoder-frame-drop-count" (frames the
-// decoder skipped) grew during the run, or when the slowest layer showed
-// fewer frames than the run's length asks for (frame-source serial increments
-// < 30 fps x seconds - max(3, 1%)): a layer whose frames come late without
-// libmpv dropping them still falls behind. "vo-delayed-frame-count" (frames
-// shown late) is printed, not counted.
+// Search: N doubles from --from (default 2) until a step drops, then the gap
+// between the last passing and the first dropping N is halved until they
+// meet; the capacity is the largest N that passed. The clip is --seconds +
+// 3 s long so that no layer loops during a step.
 //
-// Reference (the decode-bound limit): `ffmpeg -benchmark -i clip -f null -`
-// run three times as a child; the best decode rate in real time
-// (frames / rtime) divided by 30 is the number of 30 fps streams this machine
-// decodes when decoding is all it does. The ratio capacity / limit is what
-// the target (>= 0.7) is about. Also printed: the limit from CPU time
-// (cores x frames / (utime + stime) / 30), which a loaded machine affects less.
+// Drops of a step, summed over its layers: libmpv's "frame-drop-count"
+// (frames its video output dropped because they could not be drawn in time;
+// the output screens count exactly these for a played layer,
+// ScreenService::droppedFrames) and "decoder-frame-drop-count"; and the
+// slowest layer must show as many new frames as the run's length asks for
+// (30 fps x seconds - max(3, 1%)). Two capacities are printed: strict, the
+// largest N run with no drop at all; and the one the search follows, which
+// allows --tolerance drops per thousand frames due (default 2): on a machine
+// shared with other work, a single layer drops a few frames a minute
+// whenever the scheduler is late, whatever the layer count.
+//
+// Reference, the decode floor: `ffmpeg -benchmark -i clip -f null -`, run
+// three times per clip, interleaved with the search (before it, between its
+// two phases and after it); the median decode rate in real time (frames /
+// rtime) divided by 30 is the number of real-time streams this machine
+// decodes when decoding is all it does. Printed: capacity / floor (goal
+// >= 0.5 on llvmpipe), with the load average on every row.
 //
 //   xvfb-run -a -s "-screen 0 1920x1080x24" env QT_QPA_PLATFORM=offscreen
-//       build/bench/kelmor_bench_layer_capacity [--seconds 60] [--from 4] [--max-layers 16]
+//       build/bench/kelmor_bench_layer_capacity [--seconds 60] [--heights 360,720]
 #include "bench_common.h"
 
 #include "AVPlayer.h"
+#include "ScreenService.h"
 
 #include <QCommandLineParser>
 #include <QRegularExpression>
+#include <QtMath>
 #include <cstdio>
 #include <limits>
 
@@ -37,52 +44,49 @@ using namespace bench;
 
 namespace {
 
-struct DecodeLimit
-{
-    double realFps = 0.0; // frames / rtime, best of the runs
-    double cpuFps = 0.0;  // frames / (utime + stime), best of the runs
-};
+const QSize kScreen(1280, 720);
 
-DecodeLimit decodeLimit(const Clip& clip)
+/// One ffmpeg decode of the clip: frames per second of real time (0 on failure).
+double decodeFps(const Clip& clip)
 {
-    DecodeLimit best;
     static const QRegularExpression bench(
         QStringLiteral("bench: utime=([0-9.]+)s stime=([0-9.]+)s rtime=([0-9.]+)s"));
-    for (int i = 0; i < 3; ++i) {
-        const ChildResult r = runChild({"ffmpeg", "-nostats", "-benchmark", "-i", clip.path, "-f",
-                                        "null", "-"});
-        const QRegularExpressionMatch m = bench.match(QString::fromUtf8(r.err));
-        if (r.exitCode != 0 || !m.hasMatch()) {
-            std::printf("  ffmpeg -benchmark failed (%d)\n", r.exitCode);
-            continue;
-        }
-        const double cpu = m.captured(1).toDouble() + m.captured(2).toDouble();
-        const double real = m.captured(3).toDouble();
-        if (real > 0)
-            best.realFps = std::max(best.realFps, clip.frames / real);
-        if (cpu > 0)
-            best.cpuFps = std::max(best.cpuFps, clip.frames / cpu);
-        std::printf("  ffmpeg decode: utime+stime %.2f s, rtime %.2f s -> %.0f fps real, "
-                    "%.0f fps per CPU second   load %s\n",
-                    cpu, real, clip.frames / real, clip.frames / cpu, qPrintable(loadAverage()));
+    const ChildResult r = runChild({"ffmpeg", "-nostats", "-benchmark", "-i", clip.path, "-f",
+                                    "null", "-"});
+    const QRegularExpressionMatch m = bench.match(QString::fromUtf8(r.err));
+    if (r.exitCode != 0 || !m.hasMatch()) {
+        std::printf("  ffmpeg -benchmark failed (%d)\n", r.exitCode);
+        return 0.0;
     }
-    return best;
+    const double cpu = m.captured(1).toDouble() + m.captured(2).toDouble();
+    const double real = m.captured(3).toDouble();
+    std::printf("  floor: ffmpeg decode utime+stime %.2f s, rtime %.2f s -> %.0f fps, %.1f "
+                "real-time streams   load %s\n", cpu, real, real > 0 ? clip.frames / real : 0.0,
+                real > 0 ? clip.frames / real / clip.fps : 0.0, qPrintable(loadAverage()));
+    std::fflush(stdout);
+    return real > 0 ? clip.frames / real : 0.0;
 }
 
 struct Step
 {
     int layers = 0;
-    qint64 voDrops = 0;      // frame-drop-count, all layers
-    qint64 decoderDrops = 0; // decoder-frame-drop-count, all layers
-    qint64 delayed = 0;      // vo-delayed-frame-count, all layers
-    quint64 fewestShown = 0; // frames shown by the slowest layer
-    double expected = 0.0;   // frames each layer should have shown
-    double cpuPercent = 0.0; // of one core
-    bool fewFrames() const
+    qint64 voDrops = 0;       // frame-drop-count, all layers
+    qint64 decoderDrops = 0;  // decoder-frame-drop-count, all layers
+    quint64 fewestShown = 0;  // new frames of the slowest layer
+    double expected = 0.0;    // new frames each layer should have shown
+    double cpuPercent = 0.0;  // of one core
+    bool loaded = true;
+    bool fewFrames() const { return double(fewestShown) < expected - std::max(3.0, expected * 0.01); }
+    bool dropped() const { return !loaded || voDrops != 0 || decoderDrops != 0 || fewFrames(); }
+    /// Drops per thousand frames due.
+    double dropRate() const
     {
-        return double(fewestShown) < expected - std::max(3.0, expected * 0.01);
+        return expected > 0 ? double(voDrops + decoderDrops) * 1000.0 / (expected * layers) : 0.0;
     }
-    bool dropped() const { return voDrops != 0 || decoderDrops != 0 || fewFrames(); }
+    bool tooMany(double tolerance) const
+    {
+        return !loaded || fewFrames() || dropRate() > tolerance;
+    }
 };
 
 qint64 counter(const Layer& layer, const char* name)
@@ -90,29 +94,30 @@ qint64 counter(const Layer& layer, const char* name)
     return layer.mpvProperty(name).toLongLong();
 }
 
-Step runStep(int count, const Clip& clip, ScreenWidget* screen, int seconds)
+Step runStep(int count, const Clip& clip, const QSize& picture, ScreenWidget* screen, int seconds)
 {
     Step step;
     step.layers = count;
+    const int columns = int(qCeil(std::sqrt(double(count))));
+    const QSize tile(kScreen.width() / columns, kScreen.height() / columns);
     std::vector<std::unique_ptr<Layer>> layers;
     for (int i = 0; i < count; ++i) {
         layers.push_back(std::make_unique<Layer>());
-        layers.back()->show(screen, gridCell(i, 4, QSize(320, 180)));
+        layers.back()->show(screen, gridCell(i, columns, tile), picture);
     }
-    if (!loadLayers(layers, clip, false)) {
+    if (!loadLayers(layers, clip, false, 60000)) {
         std::printf("  %d layers did not all load\n", count);
-        step.voDrops = -1;
+        step.loaded = false;
         releaseLayers(layers);
         return step;
     }
     runFor(300);
     std::vector<quint64> serials;
-    std::vector<qint64> vo0, decoder0, delayed0;
+    std::vector<qint64> vo0, decoder0;
     for (auto& layer : layers) {
         serials.push_back(layer->serial());
         vo0.push_back(counter(*layer, "frame-drop-count"));
         decoder0.push_back(counter(*layer, "decoder-frame-drop-count"));
-        delayed0.push_back(counter(*layer, "vo-delayed-frame-count"));
     }
     const double cpu0 = selfCpuSeconds();
     const Clock::time_point t0 = Clock::now();
@@ -127,10 +132,67 @@ Step runStep(int count, const Clip& clip, ScreenWidget* screen, int seconds)
         step.fewestShown = std::min<quint64>(step.fewestShown, layers[i]->serial() - serials[i]);
         step.voDrops += counter(*layers[i], "frame-drop-count") - vo0[i];
         step.decoderDrops += counter(*layers[i], "decoder-frame-drop-count") - decoder0[i];
-        step.delayed += counter(*layers[i], "vo-delayed-frame-count") - delayed0[i];
     }
     releaseLayers(layers);
     return step;
+}
+
+void printStep(const Step& s, double tolerance)
+{
+    std::printf("  %6d %8lld %8lld %8.2f %10llu %10.0f %7.0f   %s%s\n", s.layers,
+                static_cast<long long>(s.voDrops), static_cast<long long>(s.decoderDrops),
+                s.dropRate(), static_cast<unsigned long long>(s.fewestShown), s.expected,
+                s.cpuPercent, qPrintable(loadAverage()),
+                s.tooMany(tolerance) ? "  <- too many drops" : s.dropped() ? "  <- drops" : "");
+    std::fflush(stdout);
+}
+
+struct Capacity
+{
+    int layers = 0;     // within the tolerance
+    int strict = 0;     // the largest N run without a drop
+    double floor = 0.0; // real-time streams, median of the ffmpeg runs
+};
+
+Capacity measure(const Clip& clip, const QSize& picture, int seconds, int from, int maxLayers,
+                 double tolerance)
+{
+    Capacity result;
+    std::vector<double> fps;
+    fps.push_back(decodeFps(clip));
+    ScreenWidget* screen = openScreen(1, kScreen);
+    std::printf("  %6s %8s %8s %8s %10s %10s %7s   %s\n", "layers", "vo drop", "dec drop",
+                "per 1000", "min shown", "expected", "cpu %", "load average");
+    int passed = 0, failed = maxLayers + 1;
+    // Doubling until a step drops.
+    for (int n = std::min(from, maxLayers); n <= maxLayers; n = std::min(n * 2, maxLayers)) {
+        const Step s = runStep(n, clip, picture, screen, seconds);
+        printStep(s, tolerance);
+        if (!s.dropped())
+            result.strict = std::max(result.strict, n);
+        if (s.tooMany(tolerance)) {
+            failed = n;
+            break;
+        }
+        passed = n;
+        if (n == maxLayers)
+            break;
+    }
+    fps.push_back(decodeFps(clip));
+    // Halving the gap.
+    while (failed - passed > 1) {
+        const int n = (passed + failed) / 2;
+        const Step s = runStep(n, clip, picture, screen, seconds);
+        printStep(s, tolerance);
+        if (!s.dropped())
+            result.strict = std::max(result.strict, n);
+        (s.tooMany(tolerance) ? failed : passed) = n;
+    }
+    closeScreens();
+    fps.push_back(decodeFps(clip));
+    result.layers = passed;
+    result.floor = median(fps) / clip.fps;
+    return result;
 }
 
 } // namespace
@@ -140,51 +202,48 @@ int main(int argc, char** argv)
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     BenchApp app(argc, argv);
     QCommandLineParser parser;
-    parser.setApplicationDescription("Layers of 1080p30 played without drops, against the decode limit.");
+    parser.setApplicationDescription("Layers played without drops, against the decode floor.");
     addCommonOptions(parser);
-    parser.addOption({"seconds", "Seconds each step plays (default 20).", "s", "20"});
-    parser.addOption({"max-layers", "Highest layer count tried (default 16).", "n", "16"});
-    parser.addOption({"from", "First layer count tried (default 1; counts below are taken as passed).",
-                      "n", "1"});
+    parser.addOption({"seconds", "Seconds each step plays (default 60).", "s", "60"});
+    parser.addOption({"heights", "Clip heights to measure, comma-separated (default 360,720).",
+                      "list", "360,720"});
+    parser.addOption({"from", "First layer count tried (default 2).", "n", "2"});
+    parser.addOption({"max-layers", "Highest layer count tried (default 96).", "n", "96"});
+    parser.addOption({"tolerance", "Drops allowed per thousand frames due (default 2).", "n", "2"});
     parser.process(app);
     if (!app.start(parser))
         return 1;
     const int seconds = std::max(1, parser.value("seconds").toInt());
-    const int maxLayers = std::max(1, std::min(16, parser.value("max-layers").toInt()));
+    const int maxLayers = std::max(1, std::min(256, parser.value("max-layers").toInt()));
     const int from = std::max(1, std::min(maxLayers, parser.value("from").toInt()));
-    const Clip clip = ensureClip(mediaDir(parser), seconds + 3, 440);
-    if (!clip.ok())
-        return 1;
+    const double tolerance = std::max(0.0, parser.value("tolerance").toDouble());
 
-    std::printf("layer capacity: %s, %d s per step, 320x180 each on a 1280x720 screen; "
-                "%u cores\n", qPrintable(clip.path), seconds, cores());
-    const DecodeLimit limit = decodeLimit(clip);
-    const double limitReal = limit.realFps / clip.fps;
-    const double limitCpu = cores() * limit.cpuFps / clip.fps;
-    std::printf("decode-bound limit: %.1f layers (real time), %.1f layers (CPU time x %u cores)\n",
-                limitReal, limitCpu, cores());
-
-    ScreenWidget* screen = openScreen(1, QSize(1280, 720));
-    std::printf("  %6s %8s %8s %8s %10s %10s %7s   %s\n", "layers", "vo drop", "dec drop",
-                "delayed", "min shown", "expected", "cpu %", "load average");
-    int capacity = from - 1;
-    for (int n = from; n <= maxLayers; ++n) {
-        const Step s = runStep(n, clip, screen, seconds);
-        std::printf("  %6d %8lld %8lld %8lld %10llu %10.0f %7.0f   %s%s\n", n,
-                    static_cast<long long>(s.voDrops), static_cast<long long>(s.decoderDrops),
-                    static_cast<long long>(s.delayed),
-                    static_cast<unsigned long long>(s.fewestShown), s.expected, s.cpuPercent,
-                    qPrintable(loadAverage()), s.dropped() ? "  <- drops" : "");
-        std::fflush(stdout);
-        if (s.dropped())
-            break;
-        capacity = n;
+    std::printf("layer capacity: %d s per step on a 1280x720 offscreen screen; %u cores; "
+                "load average %s\n", seconds, cores(), qPrintable(loadAverage()));
+    std::vector<QString> results;
+    for (const QString& h : parser.value("heights").split(',', Qt::SkipEmptyParts)) {
+        const int height = h.trimmed().toInt();
+        if (height < 90 || height > 2160) {
+            std::printf("height %s ignored\n", qPrintable(h));
+            continue;
+        }
+        const QSize picture((height * 16 / 9 + 1) / 2 * 2, height);
+        const Clip clip = ensureClip(mediaDir(parser), seconds + 3, 440, picture);
+        if (!clip.ok())
+            return 1;
+        std::printf("%dp: %s\n", height, qPrintable(clip.path));
+        const Capacity c = measure(clip, picture, seconds, from, maxLayers, tolerance);
+        results.push_back(QStringLiteral("%1p: capacity %2 layers (at most %3 drops per 1000), "
+                                         "strict %4 (no drop), decode floor %5 streams, ratio %6, "
+                                         "strict %7 (goal >= 0.5)")
+                              .arg(height).arg(c.layers).arg(tolerance).arg(c.strict)
+                              .arg(c.floor, 0, 'f', 1)
+                              .arg(c.floor > 0 ? c.layers / c.floor : 0.0, 0, 'f', 2)
+                              .arg(c.floor > 0 ? c.strict / c.floor : 0.0, 0, 'f', 2));
+        std::printf("%s\n", qPrintable(results.back()));
     }
-    closeScreens();
-    std::printf("capacity: %d layers without a dropped frame for %d s\n", capacity, seconds);
-    if (limitReal > 0)
-        std::printf("ratio capacity / decode limit: %.2f (real-time limit; target >= 0.7), "
-                    "%.2f (CPU-time limit)\n", capacity / limitReal,
-                    limitCpu > 0 ? capacity / limitCpu : 0.0);
+    std::printf("load average after: %s\n", qPrintable(loadAverage()));
+    for (const QString& r : results)
+        std::printf("%s\n", qPrintable(r));
     return 0;
 }

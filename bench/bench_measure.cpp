@@ -66,6 +66,56 @@ unsigned cores()
     return std::max(1u, std::thread::hardware_concurrency());
 }
 
+namespace {
+
+// The pid of the X server serving $DISPLAY (":99" or ":99.0"), 0 when none.
+qint64 findXServer()
+{
+    QByteArray display = qgetenv("DISPLAY");
+    const int dot = display.lastIndexOf('.');
+    if (dot > display.indexOf(':'))
+        display.truncate(dot);
+    if (display.isEmpty())
+        return 0;
+    const QStringList pids = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& pid : pids) {
+        bool number = false;
+        const qint64 id = pid.toLongLong(&number);
+        if (!number)
+            continue;
+        QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        if (!cmdline.open(QIODevice::ReadOnly))
+            continue;
+        const QList<QByteArray> args = cmdline.readAll().split('\0');
+        if (args.isEmpty())
+            continue;
+        const QByteArray program = args.first().mid(args.first().lastIndexOf('/') + 1);
+        if (program != "Xvfb" && program != "Xorg" && program != "X")
+            continue;
+        if (args.contains(display))
+            return id;
+    }
+    return 0;
+}
+
+} // namespace
+
+double xServerCpuSeconds()
+{
+    static const qint64 pid = findXServer();
+    if (pid <= 0)
+        return -1.0;
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return -1.0;
+    const QByteArray text = stat.readAll();
+    const int close = text.lastIndexOf(')');
+    const QList<QByteArray> fields = text.mid(close + 2).split(' ');
+    if (close < 0 || fields.size() < 13)
+        return -1.0;
+    return (fields[11].toDouble() + fields[12].toDouble()) / double(sysconf(_SC_CLK_TCK));
+}
+
 ThreadCpu threadCpu()
 {
     QMap<QString, double> byName;
@@ -175,18 +225,19 @@ ChildResult runChild(const QStringList& argv)
     return result;
 }
 
-Clip ensureClip(const QString& dir, int seconds, int toneHz)
+Clip ensureClip(const QString& dir, int seconds, int toneHz, const QSize& size)
 {
     Clip clip;
     clip.seconds = seconds;
     QDir().mkpath(dir);
     const QString path = QDir(dir).filePath(
-        QStringLiteral("h264-1080p30-%1s-%2hz.mp4").arg(seconds).arg(toneHz));
+        QStringLiteral("h264-%1p30-%2s-%3hz.mp4").arg(size.height()).arg(seconds).arg(toneHz));
     if (!QFileInfo::exists(path)) {
         const QString partial = path + QStringLiteral(".part.mp4");
         const ChildResult made = runChild({
             "ffmpeg", "-y", "-v", "error",
-            "-f", "lavfi", "-i", QStringLiteral("testsrc2=size=1920x1080:rate=30:duration=%1").arg(seconds),
+            "-f", "lavfi", "-i", QStringLiteral("testsrc2=size=%1x%2:rate=30:duration=%3")
+                                     .arg(size.width()).arg(size.height()).arg(seconds),
             "-f", "lavfi", "-i", QStringLiteral("sine=frequency=%1:sample_rate=48000:duration=%2")
                                      .arg(toneHz).arg(seconds),
             "-c:v", "libx264", "-preset", "ultrafast", "-g", "60", "-pix_fmt", "yuv420p",

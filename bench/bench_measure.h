@@ -7,6 +7,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QSize>
 #include <QString>
 #include <QStringList>
 
@@ -26,6 +27,11 @@ double childrenCpuSeconds();
 /// "/proc/loadavg"'s three averages, e.g. "1.20 0.95 0.80".
 QString loadAverage();
 unsigned cores();
+/// CPU seconds (user + system) used so far by the X server that $DISPLAY
+/// names (Xvfb under xvfb-run), read from /proc; -1 when it cannot be found.
+/// Windows cost the X server CPU (every swap is a picture sent to it), so a
+/// comparison of windowed players counts it on both sides.
+double xServerCpuSeconds();
 
 /// CPU seconds per thread of this process, summed by thread name with its
 /// trailing digits removed ("llvmpipe-", "mpv/vo", ...), from /proc/self/task.
@@ -52,8 +58,8 @@ struct ChildResult
 /// /dev/null, and measures it.
 ChildResult runChild(const QStringList& argv);
 
-/// A test clip: 1080p30 H.264 (testsrc2, x264 ultrafast, a keyframe every
-/// 2 s) with a sine tone in AAC.
+/// A test clip: H.264 at 30 fps (testsrc2, x264 ultrafast, a keyframe every
+/// 2 s; 1920x1080 unless asked otherwise) with a sine tone in AAC.
 struct Clip
 {
     QString path;
@@ -63,7 +69,7 @@ struct Clip
     bool ok() const { return !path.isEmpty() && frames > 0; }
 };
 /// Makes the clip in `dir` (or reuses the one made by an earlier run).
-Clip ensureClip(const QString& dir, int seconds, int toneHz);
+Clip ensureClip(const QString& dir, int seconds, int toneHz, const QSize& size = QSize(1920, 1080));
 /// A second file with the same content under another name (a real new load
 /// for a player that had the first one).
 Clip copyClip(const Clip& clip, const QString& suffix);

@@ -183,8 +183,10 @@ EVENTS
     "path", "reason"}, with --ltc-input {"t", "host": "timecode", "tc",
     "fps", "running", "tcMs", "change"} (on start, stop and jump; at most
     once a second while it runs) and {"t", "host": "timecodeInput",
-    "state", "text"}, and, when the X server goes away,
-    {"t", "host": "displayLost", "code": 3, "reason"}.
+    "state", "text"}, once a second while layers drop frames (due on a
+    screen, never shown: an overloaded machine) {"t", "host": "drops",
+    "layers": [{"bankId", "layerId", "dropped", "total"}, ...]} and, when the
+    X server goes away, {"t", "host": "displayLost", "code": 3, "reason"}.
     TCP clients get their own steps' replies and every event and host line
     (once authenticated, when a token is in force). A client may shut down
     its sending side after its last step: the replies still come, then the

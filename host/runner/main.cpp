@@ -15,6 +15,7 @@
 #include "EventHub.h"
 #include "HelpText.h"
 #include "DisplayLoss.h"
+#include "DropReport.h"
 #include "HostSteps.h"
 #include "MallocArenas.h"
 #include "MediaRoots.h"
@@ -132,6 +133,7 @@ int main(int argc, char** argv)
     EventHub hub(options.positionIntervalMs);
     hub.attach(service);
     MediaErrorReport mediaErrors(hub); // a host line for each layer's media error
+    DropReport drops(hub);             // a host line a second while layers drop frames
     StepRunner runner(options, variables);
     ScreenSteps screens(outDir, offscreen, hub);
     DisplayLoss displayLoss(screens, hub); // a lost X server ends the run (exit 3)

@@ -16,6 +16,7 @@
 
 #include "ScreenWidget.h"
 
+#include <QHash>
 #include <QImage>
 #include <QList>
 #include <QMap>
@@ -31,6 +32,7 @@ namespace kelmor::pipewire {
 class ScreenPublisher;
 }
 namespace QtAV {
+class AVPlayer;
 class PreviewRenderer;
 }
 
@@ -104,6 +106,21 @@ public:
     QString publishedName(int screenId) const;
     /// The publication of a screen (diagnostics), or null.
     const kelmor::pipewire::ScreenPublisher* publication(int screenId) const;
+
+    /// Output frames drawn so far for the first open screen with this id
+    /// (opening order); 0 when none is open or nothing is drawn. For
+    /// diagnostics and benchmarks: the count grows by one each time the
+    /// screen's picture is redrawn.
+    quint64 drawnFrames(int screenId) const;
+
+    /// Frames of `player` that were due while it was shown on an open screen
+    /// but never reached one, since the player was made: replaced by a newer
+    /// frame before an output frame took them, or dropped by the engine
+    /// because the screens could not draw them in time (an overloaded
+    /// machine). 0 for null, unknown or never-shown players.
+    quint64 droppedFrames(QtAV::AVPlayer* player) const;
+    /// Every player with dropped frames, with its total (as above).
+    QHash<QtAV::AVPlayer*, quint64> droppedFrameCounts() const;
 
     /// The connection to the display is gone: no GL call is made from now on
     /// (nothing draws; snapshots fail; a recording stopped from now on is

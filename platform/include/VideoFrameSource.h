@@ -79,4 +79,13 @@ KELMOR_PLATFORM_EXPORT QOpenGLContext* compositorContext();
 /// Asks the output screens for a new output frame soon (any thread).
 KELMOR_PLATFORM_EXPORT void requestCompositorFrame();
 
+/// Tells the output screens that `count` frames of `source` were due but
+/// never reached its texture: replaced by a newer frame before an output
+/// frame took them, or dropped by the engine because they could not be drawn
+/// in time. Called by a source from updateTexture() (GUI thread, during an
+/// output frame); the screens add them to the dropped frames of the player
+/// they show the source for (ScreenService::droppedFrames), as long as the
+/// source was shown in the output frame before too. Null or 0: nothing.
+KELMOR_PLATFORM_EXPORT void reportDroppedFrames(VideoFrameSource* source, quint64 count);
+
 } // namespace QtAV

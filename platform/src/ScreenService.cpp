@@ -220,6 +220,22 @@ bool ScreenService::stopRecording(int screenId)
     return m_compositor->stopRecording(widget);
 }
 
+quint64 ScreenService::drawnFrames(int screenId) const
+{
+    ScreenWidget* widget = screenById(screenId);
+    return widget && m_compositor ? m_compositor->drawCount(widget) : 0;
+}
+
+quint64 ScreenService::droppedFrames(QtAV::AVPlayer* player) const
+{
+    return player && m_compositor ? m_compositor->droppedFrames(player) : 0;
+}
+
+QHash<QtAV::AVPlayer*, quint64> ScreenService::droppedFrameCounts() const
+{
+    return m_compositor ? m_compositor->droppedFrameCounts() : QHash<QtAV::AVPlayer*, quint64>();
+}
+
 void ScreenService::addPreview(QtAV::PreviewRenderer* preview)
 {
     if (!preview || m_previews.contains(preview))

@@ -64,6 +64,30 @@ QString quadrantClip()
                  QStringLiteral("aac"), QStringLiteral("-shortest")});
 }
 
+QString movingClip()
+{
+    return make(QStringLiteral("moving-20s.mp4"),
+                {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                 QStringLiteral("testsrc2=size=320x180:rate=25:duration=20"), QStringLiteral("-f"),
+                 QStringLiteral("lavfi"), QStringLiteral("-i"),
+                 QStringLiteral("sine=frequency=440:sample_rate=48000:duration=20"),
+                 QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"),
+                 QStringLiteral("ultrafast"), QStringLiteral("-pix_fmt"), QStringLiteral("yuv420p"),
+                 QStringLiteral("-c:a"), QStringLiteral("aac"), QStringLiteral("-shortest")});
+}
+
+QString redThenGreenClip()
+{
+    return make(QStringLiteral("red-then-green.mp4"),
+                {QStringLiteral("-f"), QStringLiteral("lavfi"), QStringLiteral("-i"),
+                 QStringLiteral("color=c=red:s=320x180:r=25:d=2.5"), QStringLiteral("-f"),
+                 QStringLiteral("lavfi"), QStringLiteral("-i"),
+                 QStringLiteral("color=c=lime:s=320x180:r=25:d=1.5"), QStringLiteral("-filter_complex"),
+                 QStringLiteral("[0:v][1:v]concat=n=2:v=1:a=0,format=yuv420p"),
+                 QStringLiteral("-c:v"), QStringLiteral("libx264"), QStringLiteral("-preset"),
+                 QStringLiteral("ultrafast"), QStringLiteral("-g"), QStringLiteral("250")});
+}
+
 QString quadrantPicture()
 {
     return make(QStringLiteral("quadrants.png"),

@@ -165,9 +165,16 @@ void MpvBackend::resetPlay(bool pause)
 void MpvBackend::playReady(const QString& file, qint64 msec, bool pause)
 {
     // The current source is kept when it is the one asked for and did not fail.
-    if (file != m_file || m_failed || file.isEmpty())
+    const bool load = file != m_file || m_failed || file.isEmpty();
+    m_loadIsReady = false;
+    if (load) {
+        m_loadAt = msec;
         open(file);
+        m_loadAt = -1;
+    }
     m_ready = Ready();
+    m_ready.inLoad = load && m_loadIsReady;
+    m_ready.seekSent = m_ready.inLoad;
     m_ready.active = true;
     m_ready.pause = pause;
     m_ready.msec = msec;
@@ -197,8 +204,7 @@ qint64 MpvBackend::position() const
 void MpvBackend::setStartPosition(qint64 msec)
 {
     m_startPosition = msec > 0 ? msec : 0;
-    setString(m_mpv, Prop::Start, m_startPosition > 0 ? seconds(m_startPosition)
-                                                      : QByteArrayLiteral("none"));
+    setString(m_mpv, Prop::Start, startOption());
 }
 
 void MpvBackend::setStopPosition(qint64 msec)

@@ -33,7 +33,10 @@
 // - playReady(file, ms, pause): loads the file when it differs from the
 //   current one, holds paused, seeks exactly to ms, emits playReadySucess()
 //   when that frame is ready (libmpv's PLAYBACK_RESTART after the seek), then
-//   plays unless `pause`.
+//   plays unless `pause`. A video or audio file that is loaded for it is
+//   loaded at ms in one step (libmpv's "start" for that load, the start
+//   position again once it is open): libmpv decodes no frame before ms, and
+//   the screens render only the frame at ms.
 // - resetPlay(pause): exact seek to the start position; paused there when
 //   `pause`, playing otherwise.
 // - seek(ms): exact seek; positionChanged(ms) is emitted at once.
@@ -177,7 +180,8 @@ private:
     struct Ready
     {
         bool active = false;    // a play-ready is under way
-        bool seekSent = false;  // its seek was requested
+        bool seekSent = false;  // its seek was requested (or its load starts at msec)
+        bool inLoad = false;    // the load of its source starts at msec: no seek
         bool armed = false;     // libmpv accepted the seek: the next restart is it
         bool restarted = false; // its frame is there; waiting for the source's judgement
         bool pause = true;      // held paused afterwards
@@ -300,6 +304,7 @@ private:
     /// How far the first position after a hold leads the host's time.
     qint64 reportLeadMs() const;
 
+    qint64 m_voDrops = 0;                // last "frame-drop-count" (libmpv's video output)
     PlayerStatistics m_stats;
     double m_containerFps = 0.0;
     double m_estimatedFps = 0.0;
@@ -319,6 +324,10 @@ private:
     // Live sources (MpvSources.h); the functions are in MpvBackendLive.cpp.
     // Player's thread.
     void sendLoad();                     // loadfile of m_source, tagged with m_loadSerial
+    /// libmpv's "start" as the start position asks ("none" at 0).
+    QByteArray startOption() const;
+    qint64 m_loadAt = -1;                // a play-ready's position for the next load; -1: none
+    bool m_loadIsReady = false;          // the last load starts at a play-ready's position
     bool onLiveEnd(const mpv_event& event); // true: the end of a reopening stream, handled
     void pauseLive(bool paused);         // no reopen while paused; a down stream reopens on play
     void reopenLive();

@@ -30,6 +30,7 @@ enum Observed : std::uint64_t {
     ObsSampleRate,
     ObsChannels,
     ObsCurrentAo,
+    ObsFrameDrops,
 };
 
 struct Observation
@@ -50,6 +51,7 @@ const Observation kObserved[] = {
     {ObsSampleRate, "audio-params/samplerate", MPV_FORMAT_INT64},
     {ObsChannels, "audio-params/channel-count", MPV_FORMAT_INT64},
     {ObsCurrentAo, "current-ao", MPV_FORMAT_STRING},
+    {ObsFrameDrops, "frame-drop-count", MPV_FORMAT_INT64},
 };
 
 double doubleOf(const mpv_event_property& p)
@@ -248,6 +250,13 @@ void MpvBackend::onFileLoaded()
     mpv_get_property_async(m_mpv, tag(Tag::Stat, m_loadSerial), "container-fps", MPV_FORMAT_DOUBLE);
     mpv_get_property_async(m_mpv, tag(Tag::Stat, m_loadSerial), "width", MPV_FORMAT_INT64);
     mpv_get_property_async(m_mpv, tag(Tag::StatLast, m_loadSerial), "height", MPV_FORMAT_INT64);
+    if (m_loadIsReady) {
+        // Opened at the play-ready's position: the next restart is its frame.
+        m_loadIsReady = false;
+        setString(m_mpv, Prop::Start, startOption());
+        if (m_ready.active && m_ready.inLoad)
+            m_ready.armed = true;
+    }
     if (m_ready.active && !m_ready.seekSent)
         sendReadySeek();
 }
@@ -334,6 +343,16 @@ void MpvBackend::onPropertyChange(const mpv_event& event)
     case ObsCurrentAo:
         m_engine.noteAudioOutput(stringOf(p)); // once per process: which output opened
         break;
+    case ObsFrameDrops: {
+        // Frames the video output dropped because they came too late to be
+        // drawn. libmpv starts the count again at every seek (a loop too).
+        const qint64 count = p.format == MPV_FORMAT_INT64 ? intOf(p) : 0;
+        const qint64 added = count >= m_voDrops ? count - m_voDrops : count;
+        m_voDrops = count;
+        if (added > 0 && m_frames)
+            m_frames->noteEngineDrops(static_cast<quint64>(added));
+        break;
+    }
     default:
         break;
     }

@@ -13,8 +13,21 @@ namespace QtAV {
 
 using namespace mpvasync;
 
+QByteArray MpvBackend::startOption() const
+{
+    return m_startPosition > 0 ? seconds(m_startPosition) : QByteArrayLiteral("none");
+}
+
 void MpvBackend::sendLoad()
 {
+    // libmpv opens a source at "start": a play-ready's position when the load
+    // is for one (a video or audio file: nothing decoded before it, no seek
+    // after it), the start position otherwise. Set before every load, in
+    // request order, and back to the start position once the source is open.
+    const bool video = m_mediaType == QLatin1String("video") || m_mediaType == QLatin1String("audio");
+    m_loadIsReady = m_loadAt > 0 && video && m_source.options.isEmpty() && !m_source.live;
+    setString(m_mpv, Prop::Start, m_loadIsReady ? seconds(m_loadAt) : startOption());
+    m_loadAt = -1;
     if (m_source.options.isEmpty()) {
         command(m_mpv, tag(Tag::Load, m_loadSerial),
                 {"loadfile", m_source.url.constData(), "replace"});

@@ -83,7 +83,10 @@ void MpvFrameSource::setPictureSize(const QSize& size)
     if (size == m_pictureSize)
         return;
     m_pictureSize = size;
-    redraw();
+    // The texture's size follows at the next output frame; a frame taken
+    // undrawn while the size was unknown is rendered then (m_redraw).
+    m_pending.store(true);
+    requestCompositorFrame();
 }
 
 bool MpvFrameSource::pollFrameDue()
@@ -93,9 +96,17 @@ bool MpvFrameSource::pollFrameDue()
     return m_frameDue;
 }
 
+void MpvFrameSource::noteEngineDrops(quint64 count)
+{
+    m_engineDrops += count;
+    if (count > 0)
+        requestCompositorFrame(); // reported with the next output frame
+}
+
 void MpvFrameSource::discardPendingFrame()
 {
     m_pending.store(false);
+    m_engineDrops = 0; // nothing shows this source: nothing was due on a screen
     const uint64_t flags = mpv_render_context_update(m_render);
     if (m_frameDue || (flags & MPV_RENDER_UPDATE_FRAME))
         skipFrame();
@@ -115,6 +126,7 @@ void MpvFrameSource::skipFrame()
     mpv_render_context_render(m_render, params);
     m_frameDue = false;
     m_hasFrame = false; // the texture no longer holds the newest frame
+    m_redraw = true;    // whoever shows this source next renders libmpv's current one
 }
 
 void MpvFrameSource::joinStartGate(const std::shared_ptr<MpvStartGate>& gate)
@@ -129,13 +141,21 @@ void MpvFrameSource::joinStartGate(const std::shared_ptr<MpvStartGate>& gate)
 
 void MpvFrameSource::redraw()
 {
+    m_redraw = true;
     m_pending.store(true);
     requestCompositorFrame();
 }
 
 FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
 {
-    const bool due = m_pending.exchange(false);
+    // The update callback only says "look again": whether a frame must be
+    // rendered is libmpv's answer below (a callback without a new frame
+    // renders nothing).
+    m_pending.store(false);
+    if (m_engineDrops > 0) {
+        reportDroppedFrames(this, m_engineDrops);
+        m_engineDrops = 0;
+    }
     // Ask libmpv whether a new frame is due; this also lets it go on.
     const uint64_t flags = mpv_render_context_update(m_render);
     if (m_pictureSize.isEmpty()) {
@@ -158,9 +178,12 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
     }
     const QSize size = wanted.boundedTo(m_pictureSize).expandedTo(QSize(2, 2));
     const bool resized = !m_target || m_target->size() != size;
-    if (!m_frameDue && !resized && !due && m_hasFrame)
-        return FrameTexture{m_target->texture(), size, false};
+    if (!m_frameDue && !m_redraw && !(resized && m_hasFrame)) {
+        return m_hasFrame ? FrameTexture{m_target->texture(), m_target->size(), false}
+                          : FrameTexture(); // nothing decoded yet
+    }
     m_frameDue = false;
+    m_redraw = false;
     if (resized) {
         QOpenGLFramebufferObjectFormat format;
         format.setAttachment(QOpenGLFramebufferObject::NoAttachment);

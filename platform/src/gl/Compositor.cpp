@@ -194,6 +194,25 @@ void Compositor::redraw(ScreenWidget* widget)
     }
 }
 
+void Compositor::noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count)
+{
+    m_drops.note(source, count);
+}
+
+void Compositor::settleDrops()
+{
+    m_shown.clear();
+    for (const auto& s : m_screens) {
+        if (!s->surface || !s->surface->isValid())
+            continue;
+        for (const Item& item : s->items) {
+            if (item.source && item.player)
+                m_shown.emplace_back(item.source, item.player);
+        }
+    }
+    m_drops.settle(m_shown);
+}
+
 void Compositor::onEffectsChanged(int layerId)
 {
     const QMap<QString, QVariant> record = EffectsService::getInstance().effects(layerId);
@@ -250,6 +269,7 @@ QImage Compositor::grab(ScreenWidget* widget)
     tick();
     if (!sharedContext())
         return QImage();
+    ensureOutput(*screen);
     return screen->surface->readOutput();
 }
 
@@ -295,8 +315,10 @@ bool Compositor::stopRecording(ScreenWidget* widget)
     if (!screen || !screen->recorder || !screen->recorder->isRecording())
         return false;
     // The picture on screen lasts until now.
-    if (sharedContext())
+    if (sharedContext()) {
+        ensureOutput(*screen);
         screen->recorder->pushFrame(screen->surface->readOutput(), screen->recordClock.elapsed());
+    }
     const int frames = screen->recorder->stop();
     qDebug() << "stopRecording: screen" << widget->screenId() << frames << "frames in"
              << screen->recorder->path();
@@ -318,15 +340,25 @@ void Compositor::tick()
                                        return !open.contains(s->widget);
                                    }),
                     m_screens.end());
-    for (auto& s : m_screens)
+    for (auto& s : m_screens) {
         gatherItems(*s);
+        // The output framebuffer is read back by a recording and by a
+        // published screen's consumer: those screens always draw into it.
+        s->outputWanted = (s->recorder && s->recorder->isRecording())
+            || (s->tap && s->tap->wantsPictures());
+    }
     feedVirtualScreens();
     updateSources();
+    settleDrops();
     fillPreviews();
     for (auto& s : m_screens) {
         if (!s->surface || !s->surface->isValid())
             continue;
         const quint64 signature = signatureOf(*s);
+        // A picture that went to the window only is drawn again into the
+        // output once somebody reads the output.
+        if (s->outputWanted && s->outputStale)
+            s->forced = true;
         if (!s->forced && signature == s->signature)
             continue;
         s->signature = signature;
@@ -412,6 +444,16 @@ void Compositor::feedVirtualScreens()
             const int id = virtualScreenId(player->file(), &ok);
             Screen* shown = ok ? screenById(id) : nullptr;
             const bool drawable = shown && shown->surface && shown->surface->isValid();
+            if (drawable) {
+                shown->outputWanted = true;
+                if (shown->outputStale) {
+                    // Its last picture went to its window only: drawn into
+                    // the output at this tick, given at the next.
+                    shown->forced = true;
+                    requestFrame();
+                    continue;
+                }
+            }
             const quint64 fed = drawable ? shown->draws : ~quint64(0);
             auto last = m_virtualFed.find(player);
             if (last != m_virtualFed.end() && last.value() == fed)
@@ -559,6 +601,7 @@ void Compositor::fillScreenPreviews()
             whole.geometry = QRect(QPoint(0, 0), size);
             memo.placement = placementFor(whole, QSizeF(size));
         }
+        ensureOutput(*screen); // its last picture may have gone to its window only
         QOpenGLFramebufferObject* out = screen->surface->output();
         const QtAV::FrameTexture picture{out->texture(), out->size(), true};
         memo.target->bind();
@@ -605,11 +648,20 @@ quint64 Compositor::signatureOf(const Screen& screen)
 void Compositor::drawScreen(Screen& screen)
 {
     ScreenSurface& surface = *screen.surface;
-    surface.beginCompose();
-    for (Item& item : screen.items)
-        drawItem(screen, item);
-    surface.compose()->release();
-    m_post.run(*surface.compose(), *surface.output(), screenEffectsFor(screen.widget->screenId()));
+    const ScreenEffects effects = screenEffectsFor(screen.widget->screenId());
+    if (effects.isNeutral() && !screen.outputWanted && surface.canDrawToWindow()
+        && surface.beginWindow()) {
+        // Nobody reads this picture back: the window takes the layers itself,
+        // one pass fewer than through the output framebuffer.
+        for (Item& item : screen.items)
+            drawItem(screen, item);
+        surface.endWindow();
+        screen.outputStale = true;
+        ++screen.draws;
+        sharedContext();
+        return;
+    }
+    drawOutput(screen, effects);
     ++screen.draws;
     if (screen.recorder && screen.recorder->isRecording())
         screen.recorder->pushFrame(surface.readOutput(), screen.recordClock.elapsed());
@@ -618,6 +670,32 @@ void Compositor::drawScreen(Screen& screen)
     emit ScreenService::getInstance().screenDrawn(screen.widget->screenId());
     surface.present();
     sharedContext(); // back on the shared surface after a window swap
+}
+
+void Compositor::drawOutput(Screen& screen, const ScreenEffects& effects)
+{
+    ScreenSurface& surface = *screen.surface;
+    if (effects.isNeutral()) {
+        // Nothing to finish: the layers go straight into the output.
+        surface.beginOutput();
+        for (Item& item : screen.items)
+            drawItem(screen, item);
+        surface.output()->release();
+    } else {
+        surface.beginCompose();
+        for (Item& item : screen.items)
+            drawItem(screen, item);
+        surface.compose()->release();
+        m_post.run(*surface.compose(), *surface.output(), effects);
+    }
+    screen.outputStale = false;
+}
+
+void Compositor::ensureOutput(Screen& screen)
+{
+    if (!screen.outputStale || !screen.surface || !screen.surface->isValid())
+        return;
+    drawOutput(screen, screenEffectsFor(screen.widget->screenId()));
 }
 
 void Compositor::drawItem(Screen& screen, Item& item)
@@ -635,7 +713,8 @@ void Compositor::drawItem(Screen& screen, Item& item)
             memo.received = std::make_shared<QtAV::PushedFrameSource>();
         memo.received->push(item.state.received);
     }
-    if (memo.received && memo.receiveCount > 0 && memo.serialAtReceive == serial)
+    const bool received = memo.received && memo.receiveCount > 0 && memo.serialAtReceive == serial;
+    if (received)
         texture = memo.received->updateTexture(QSize());
     if (!texture.isValid())
         return;
@@ -643,8 +722,16 @@ void Compositor::drawItem(Screen& screen, Item& item)
     // made then is reused; a received frame without a source has its own.
     const QSize known = item.source ? item.source->pictureSize() : QSize();
     ensurePlacement(memo, item.state, known.isEmpty() ? QSizeF(texture.size) : QSizeF(known));
-    m_painter.draw(memo.placement, texture, screen.surface->size(), item.opacity,
-                   layerEffectsFor(item));
+    const LayerEffects effects = layerEffectsFor(item);
+    // Alone on the screen, plain and 1:1, with an engine's picture (opaque:
+    // libmpv composes any alpha onto its background; pushed pictures may
+    // have alpha): one copy instead of a shader pass.
+    if (screen.items.size() == 1 && !received && !memo.placement.plainRect.isNull()
+        && item.opacity == 1.f && effects.isNeutral()
+        && !dynamic_cast<QtAV::PushedFrameSource*>(item.source)
+        && m_copy.copy(texture, memo.placement.plainRect, screen.surface->size()))
+        return;
+    m_painter.draw(memo.placement, texture, screen.surface->size(), item.opacity, effects);
 }
 
 } // namespace kelmor::gl

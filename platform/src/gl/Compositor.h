@@ -8,7 +8,13 @@
 //    any of its render objects needs (decode once, draw many);
 // 4. redraw only the screens whose content changed (settings, new frames,
 //    fades, effects), finish them with their monitor effects, show windows,
-//    and hand recorded screens' pictures to their recorders.
+//    and hand recorded screens' pictures to their recorders. With neutral
+//    monitor effects the layers are drawn straight into the output
+//    framebuffer; a window whose picture nobody reads back (no recording, no
+//    virtualScreen layer showing it) takes them straight into its own
+//    framebuffer, and its output framebuffer is drawn only when a picture is
+//    asked for (grab). A layer alone on a screen, plain and 1:1, is copied
+//    there (FrameCopy.h).
 // Ticks are asked for (requestFrame) by frame sources with new frames, by
 // render objects whose settings change, by effect and screen changes and by
 // window exposes, and run at most once per refresh interval of the displays
@@ -23,6 +29,8 @@
 
 #include "ScreenWidget.h"
 #include "gl/EffectSettings.h"
+#include "gl/FrameCopy.h"
+#include "gl/FrameDrops.h"
 #include "gl/LayerPainter.h"
 #include "gl/PushedFrameSource.h"
 #include "gl/ScreenPostPass.h"
@@ -80,6 +88,13 @@ public:
     /// Output frames drawn so far for a screen (tests, diagnostics).
     quint64 drawCount(ScreenWidget* widget) const;
 
+    /// A source's dropped frames (reportDroppedFrames; GUI thread).
+    void noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count);
+    /// Frames a player had due while shown that never reached a screen
+    /// (FrameDrops.h).
+    quint64 droppedFrames(QtAV::AVPlayer* player) const { return m_drops.dropped(player); }
+    QHash<QtAV::AVPlayer*, quint64> droppedFrameCounts() const { return m_drops.all(); }
+
 private slots:
     void tick();
 
@@ -114,6 +129,8 @@ private:
         std::vector<Item> items;          // reused every tick
         quint64 signature = 0;            // of what was last drawn
         bool forced = true;               // draw at the next tick whatever changed
+        bool outputWanted = false;        // this tick: a recording or a virtualScreen layer reads the output
+        bool outputStale = false;         // the last draw went to the window only
         quint64 draws = 0;
         std::unique_ptr<ScreenRecorder> recorder;
         QElapsedTimer recordClock;
@@ -127,6 +144,11 @@ private:
     SourceUse* sourceUse(QtAV::VideoFrameSource* source);
     quint64 signatureOf(const Screen& screen);
     void drawScreen(Screen& screen);
+    /// Draws the screen's items into its output framebuffer (through the
+    /// compose framebuffer and the monitor effects when they are not neutral).
+    void drawOutput(Screen& screen, const ScreenEffects& effects);
+    /// Draws the output framebuffer when the last draw went to the window only.
+    void ensureOutput(Screen& screen);
     void drawItem(Screen& screen, Item& item);
     Memo& memoFor(const Item& item);
     /// Makes memo.placement current for these settings and picture size.
@@ -143,6 +165,8 @@ private:
     /// Previews of whole screens (PreviewRenderer::setScreenId), after the
     /// screens were drawn.
     void fillScreenPreviews();
+
+    void settleDrops();
 
     std::atomic<bool> m_requested{false}; // a tick is asked for (any thread)
 
@@ -174,7 +198,10 @@ private:
     };
     QHash<QtAV::PreviewRenderer*, PreviewMemo> m_previews;
     LayerPainter m_painter;
+    FrameCopy m_copy;
     ScreenPostPass m_post;
+    FrameDrops m_drops;
+    FrameDrops::Shown m_shown;                        // reused every tick
 };
 
 } // namespace kelmor::gl

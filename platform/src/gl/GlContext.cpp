@@ -181,6 +181,15 @@ void requestCompositorFrame()
         kelmor::gl::g_compositor->requestFrame();
 }
 
+void reportDroppedFrames(VideoFrameSource* source, quint64 count)
+{
+    if (!source || count == 0)
+        return;
+    QMutexLocker lock(&kelmor::gl::g_compositorMutex);
+    if (kelmor::gl::g_compositor)
+        kelmor::gl::g_compositor->noteDroppedFrames(source, count);
+}
+
 VideoFrameSource::~VideoFrameSource() = default;
 
 void registerFrameSource(VideoFrameSource* source)

@@ -206,6 +206,8 @@ void rectPlacement(const QtAV::RenderDrawState& s, const QRectF& roi, Placement*
     out->vertices = {{l, t, u0, v0}, {l, b, u0, v1}, {r, b, u1, v1}, {r, t, u1, v0}};
     out->indices = {0, 1, 2, 0, 2, 3};
     out->extent = g;
+    if (roi == QRectF(0, 0, 1, 1))
+        out->plainRect = s.geometry;
 }
 
 } // namespace

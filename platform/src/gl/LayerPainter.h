@@ -45,6 +45,8 @@ struct Placement
     QVector<WarpVertex> quadCover;  // Quad: the quad's two triangles (x, y only)
     QRectF roi;                     // normalised region of interest (Quad)
     QRectF extent;                  // widget pixels covered
+    QRect plainRect;                // the whole picture in this rectangle, nothing else
+                                    // (the geometry, no warp, no region of interest); else null
 };
 
 /// Computes a placement (also used to size the player's texture).

@@ -18,6 +18,7 @@ void PushedFrameSource::push(const VideoFrame& frame)
     {
         QMutexLocker lock(&m_mutex);
         m_frame = frame;
+        ++m_pushes;
     }
     m_pending.store(true);
     requestCompositorFrame(); // folded by the compositor when already asked
@@ -34,10 +35,17 @@ FrameTexture PushedFrameSource::updateTexture(const QSize&)
     if (!m_pending.exchange(false))
         return m_current;
     VideoFrame frame;
+    quint64 pushes = 0;
     {
         QMutexLocker lock(&m_mutex);
         frame = m_frame;
+        pushes = m_pushes;
     }
+    // Every frame pushed since the last one taken, but this one, was never
+    // shown.
+    if (pushes > m_taken + 1)
+        reportDroppedFrames(this, pushes - m_taken - 1);
+    m_taken = pushes;
     ++m_serial;
     m_current = FrameTexture();
     if (!frame.isValid())

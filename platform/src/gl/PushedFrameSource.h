@@ -5,6 +5,8 @@
 // rest on the GUI thread with the compositor's context current.
 // A pushed image is uploaded once, when updateTexture() first sees it; a
 // pushed texture frame is handed through as it is (its maker keeps it alive).
+// Frames replaced by a newer push before updateTexture() took them are
+// reported as dropped (reportDroppedFrames).
 #pragma once
 
 #include "VideoFrame.h"
@@ -32,12 +34,14 @@ private:
     void uploadImage(const QImage& image);
     void releaseTexture();
 
-    mutable QMutex m_mutex;       // guards m_frame
+    mutable QMutex m_mutex;       // guards m_frame and m_pushes
     VideoFrame m_frame;           // the newest pushed frame
+    quint64 m_pushes = 0;         // frames pushed so far
     std::atomic<bool> m_pending{false};
 
     // GUI thread (compositor context).
     quint64 m_serial = 0;
+    quint64 m_taken = 0;          // m_pushes when updateTexture() last took a frame
     FrameTexture m_current;       // what updateTexture() last handed out
     unsigned m_uploadTexture = 0; // owned texture for pushed images
     QSize m_uploadSize;

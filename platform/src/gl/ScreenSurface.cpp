@@ -83,6 +83,47 @@ void ScreenSurface::beginCompose()
     gl->glClear(GL_COLOR_BUFFER_BIT);
 }
 
+void ScreenSurface::beginOutput()
+{
+    QOpenGLFunctions* gl = QOpenGLContext::currentContext()->functions();
+    m_output->bind();
+    gl->glViewport(0, 0, m_size.width(), m_size.height());
+    gl->glDisable(GL_SCISSOR_TEST);
+    gl->glClearColor(0.f, 0.f, 0.f, 1.f);
+    gl->glClear(GL_COLOR_BUFFER_BIT);
+}
+
+bool ScreenSurface::canDrawToWindow() const
+{
+    return m_window && m_window->isExposed()
+        && m_window->size() * m_window->devicePixelRatio() == m_size;
+}
+
+bool ScreenSurface::beginWindow()
+{
+    QOpenGLContext* context = sharedContext();
+    if (!canDrawToWindow() || !context)
+        return false;
+    if (!context->makeCurrent(m_window.get())) {
+        context->makeCurrent(sharedSurface());
+        return false;
+    }
+    QOpenGLFunctions* gl = context->functions();
+    gl->glBindFramebuffer(GL_FRAMEBUFFER, context->defaultFramebufferObject());
+    gl->glViewport(0, 0, m_size.width(), m_size.height());
+    gl->glDisable(GL_SCISSOR_TEST);
+    gl->glClearColor(0.f, 0.f, 0.f, 1.f);
+    gl->glClear(GL_COLOR_BUFFER_BIT);
+    return true;
+}
+
+void ScreenSurface::endWindow()
+{
+    QOpenGLContext* context = QOpenGLContext::currentContext();
+    context->swapBuffers(m_window.get());
+    context->makeCurrent(sharedSurface());
+}
+
 void ScreenSurface::present()
 {
     if (!m_window || !m_window->isExposed())

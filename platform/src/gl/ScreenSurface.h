@@ -6,6 +6,11 @@
 // The finished picture lives in a framebuffer whatever the screen's kind, so
 // that snapshots, recordings and virtualScreen layers read the same picture
 // an audience sees, and an offscreen screen is drawn exactly like a window.
+// The compositor may skip a step where nothing is lost: with neutral monitor
+// effects the layers go straight into the output framebuffer (no compose
+// pass), and a window that nobody reads back takes them straight into its
+// own framebuffer (beginWindow/endWindow; the output framebuffer is then
+// drawn only when a picture is asked for).
 //
 // Threading: GUI thread only, with the compositor's context current.
 #pragma once
@@ -36,6 +41,18 @@ public:
 
     /// Binds the compose framebuffer, sets the viewport and clears it black.
     void beginCompose();
+    /// The same for the output framebuffer.
+    void beginOutput();
+    /// Whether the window can take the layers directly: a window that is
+    /// exposed and has exactly the screen's size in pixels.
+    bool canDrawToWindow() const;
+    /// Makes the window's own framebuffer current, sets the viewport and
+    /// clears it black; false (the shared surface current again) when the
+    /// window cannot be drawn now.
+    bool beginWindow();
+    /// Shows what was drawn into the window, and makes the shared surface
+    /// current again.
+    void endWindow();
     QOpenGLFramebufferObject* compose() const { return m_compose.get(); }
     QOpenGLFramebufferObject* output() const { return m_output.get(); }
     /// Shows the output picture in the window (nothing for offscreen screens).

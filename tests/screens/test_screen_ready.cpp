@@ -1,0 +1,41 @@
+// A play-ready that opens a new source on a shown layer: libmpv loads it at
+// the asked position, so no picture from before that position (the source's
+// first frame) is ever rendered for the screens.
+#include "ScreenFixture.h"
+#include "ScreenMedia.h"
+
+#include "PreviewRenderer.h"
+
+#include <QSignalSpy>
+
+TEST_F(ScreenTest, ReadyOnANewSourceRendersNothingFromBeforeItsPosition)
+{
+    const QString clip = ScreenMedia::redThenGreenClip();
+    ASSERT_FALSE(clip.isEmpty()) << "ffmpeg could not make the clip";
+    ScreenWidget* screen = openScreen(1);
+    QtAV::AVPlayer* player = newPlayer();
+    player->setMediaType(QStringLiteral("video"));
+    show(player, screen, QRect(0, 0, 320, 180), QSizeF(320, 180));
+    // A preview takes every picture rendered for the player (at most 120 a
+    // second; the source's first frame would come tens of milliseconds
+    // before the one at the position, as the decoder works its way there).
+    QtAV::PreviewRenderer preview;
+    preview.setMaxRate(120);
+    player->addVideoRenderer(&preview);
+    QList<QRgb> seen;
+    QObject::connect(&preview, &QtAV::PreviewRenderer::pictureChanged, [&] {
+        const QImage p = preview.picture();
+        if (!p.isNull())
+            seen << p.pixel(p.width() / 2, p.height() / 2);
+    });
+    QSignalSpy ready(player, &QtAV::AVPlayer::playReadySucess);
+    player->playReady(clip, 3000, true);
+    ASSERT_TRUE(waitUntil([&] { return ready.count() > 0; }));
+    EXPECT_TRUE(waitUntil([&] { return near(grab(1).pixel(160, 90), Qt::green, 24); }))
+        << "screen shows " << describe(grab(1).pixel(160, 90));
+    QTest::qWait(200);
+    player->removeVideoRenderer(&preview);
+    ASSERT_FALSE(seen.isEmpty());
+    for (QRgb p : seen)
+        EXPECT_TRUE(near(p, Qt::green, 24)) << "a picture from before 3 s: " << describe(p);
+}
