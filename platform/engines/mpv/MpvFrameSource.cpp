@@ -83,10 +83,7 @@ void MpvFrameSource::setPictureSize(const QSize& size)
     if (size == m_pictureSize)
         return;
     m_pictureSize = size;
-    // The texture's size follows at the next output frame; a frame taken
-    // undrawn while the size was unknown is rendered then (m_redraw).
-    m_pending.store(true);
-    requestCompositorFrame();
+    redraw();
 }
 
 bool MpvFrameSource::pollFrameDue()
@@ -126,7 +123,6 @@ void MpvFrameSource::skipFrame()
     mpv_render_context_render(m_render, params);
     m_frameDue = false;
     m_hasFrame = false; // the texture no longer holds the newest frame
-    m_redraw = true;    // whoever shows this source next renders libmpv's current one
 }
 
 void MpvFrameSource::joinStartGate(const std::shared_ptr<MpvStartGate>& gate)
@@ -141,17 +137,13 @@ void MpvFrameSource::joinStartGate(const std::shared_ptr<MpvStartGate>& gate)
 
 void MpvFrameSource::redraw()
 {
-    m_redraw = true;
     m_pending.store(true);
     requestCompositorFrame();
 }
 
 FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
 {
-    // The update callback only says "look again": whether a frame must be
-    // rendered is libmpv's answer below (a callback without a new frame
-    // renders nothing).
-    m_pending.store(false);
+    const bool due = m_pending.exchange(false);
     if (m_engineDrops > 0) {
         reportDroppedFrames(this, m_engineDrops);
         m_engineDrops = 0;
@@ -178,12 +170,9 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
     }
     const QSize size = wanted.boundedTo(m_pictureSize).expandedTo(QSize(2, 2));
     const bool resized = !m_target || m_target->size() != size;
-    if (!m_frameDue && !m_redraw && !(resized && m_hasFrame)) {
-        return m_hasFrame ? FrameTexture{m_target->texture(), m_target->size(), false}
-                          : FrameTexture(); // nothing decoded yet
-    }
+    if (!m_frameDue && !resized && !due && m_hasFrame)
+        return FrameTexture{m_target->texture(), size, false};
     m_frameDue = false;
-    m_redraw = false;
     if (resized) {
         QOpenGLFramebufferObjectFormat format;
         format.setAttachment(QOpenGLFramebufferObject::NoAttachment);

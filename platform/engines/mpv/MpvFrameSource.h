@@ -5,10 +5,8 @@
 // says on its own threads when a new one is due (the update callback, which
 // only raises a flag and asks the compositor for a frame; no libmpv call is
 // made inside it). The compositor then calls updateTexture() on the GUI
-// thread, once per output frame at most: only when a new frame is due, when
-// the size asked for changed, when the host asked for the picture again, or
-// when a frame was taken undrawn (nothing showed the source, or its size was
-// not known yet), the frame is rendered into this source's
+// thread, once per output frame at most: only when a new frame is due, or
+// when the size asked for changed, the frame is rendered into this source's
 // framebuffer texture, at the size the screens need (never above the
 // picture's own size), with "block for target time" off so that no layer
 // waits on libmpv's timing and many layers never serialise.
@@ -86,7 +84,6 @@ private:
     quint64 m_serial = 0;
     bool m_hasFrame = false;                // m_target holds a rendered frame
     bool m_frameDue = false;                // libmpv said a new frame is due, not rendered yet
-    bool m_redraw = false;                  // render the current frame again (asked, or taken undrawn)
     quint64 m_engineDrops = 0;              // dropped by libmpv, not yet reported
     std::shared_ptr<MpvStartGate> m_gate;   // while the layer's start is gated
 };
