@@ -71,7 +71,8 @@ bool layerPlays(int layerId, int bankId, int timeoutMs = 15000)
     // count on their timers instead).
     service.setLayerMediaType(player, QStringLiteral("video"));
     qint64 highest = -1;
-    QObject::connect(&service, &UI_Proc_KELMOR_Player_Desktop::sPositionChanged,
+    QObject listening; // ends the connection when this function returns
+    QObject::connect(&service, &UI_Proc_KELMOR_Player_Desktop::sPositionChanged, &listening,
                      [&](int layer, int bank, qint64 ms) {
                          if (layer == layerId && bank == bankId)
                              highest = std::max(highest, ms);
