@@ -227,6 +227,12 @@ TEST_F(ScreenServiceCommandsTest, ZOrderDecidesAndRemovingRenderersOrLayersBlank
     service().addRenderer(rendererRecord(3, small));
     QImage out;
     ASSERT_TRUE(waitForQuadrants(small, &out)) << quadrantsIn(out, small).message();
+    // The full layer loads on its own: its first picture may come a frame
+    // or more after the small one's on a loaded machine.
+    ASSERT_TRUE(waitUntil([&] {
+        out = grab(1);
+        return near(out.pixel(240, 135), Qt::white);
+    })) << "the full layer's picture never showed";
     // Pushed later with the same z, the small layer is on top; around it the
     // full one shows. (110, 40) is green in the small layer, red in the full.
     EXPECT_PIXEL(out, 110, 40, Qt::green);
