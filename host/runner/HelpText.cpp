@@ -90,6 +90,13 @@ OPTIONS
     --audio-device DEV   libmpv audio device (e.g. alsa/default).
     --offscreen          Open screens offscreen by default.
     --windowed           Open screens as windows by default.
+    --vsync MODE         How windows show their pictures: "on" (each window
+                         swaps on a thread of its own, in step with its
+                         display's refresh: no tearing, and no window waits
+                         for another), "off" (the compositor swaps without
+                         waiting: may tear, the cheapest on a CPU
+                         rasteriser), "auto" (default: on with a GPU driver,
+                         off under Mesa's llvmpipe).
     --out DIR            Directory for snapshots and recordings (default:
                          the current directory). Their paths are relative
                          to it and must stay inside it: absolute paths

@@ -129,6 +129,19 @@ bool parseRunnerOptions(const QStringList& args, RunnerOptions& o, QString& erro
             o.screenMode = RunnerOptions::ScreenMode::Offscreen;
         } else if (arg == QLatin1String("--windowed")) {
             o.screenMode = RunnerOptions::ScreenMode::Windowed;
+        } else if (arg == QLatin1String("--vsync")) {
+            if (!value(v))
+                return false;
+            if (v == QLatin1String("auto")) {
+                o.vsync = RunnerOptions::Vsync::Auto;
+            } else if (v == QLatin1String("on")) {
+                o.vsync = RunnerOptions::Vsync::On;
+            } else if (v == QLatin1String("off")) {
+                o.vsync = RunnerOptions::Vsync::Off;
+            } else {
+                error = QStringLiteral("--vsync: \"%1\" is not auto, on or off").arg(v.left(64));
+                return false;
+            }
         } else if (arg == QLatin1String("--out")) {
             if (!value(o.outDir))
                 return false;

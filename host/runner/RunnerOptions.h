@@ -11,6 +11,7 @@
 struct RunnerOptions
 {
     enum class ScreenMode { Auto, Offscreen, Windowed };
+    enum class Vsync { Auto, On, Off };
 
     QString showPath;              ///< the show file; empty when none
     bool readStdin = false;        ///< steps from standard input ("-" or --stdin)
@@ -31,6 +32,7 @@ struct RunnerOptions
     QString audioOutput;           ///< libmpv "ao"; empty: libmpv's choice
     QString audioDevice;           ///< libmpv "audio-device"; empty: the output's default
     ScreenMode screenMode = ScreenMode::Auto;
+    Vsync vsync = Vsync::Auto;     ///< --vsync auto|on|off: how windows are presented
     QString outDir = QStringLiteral(".");
     QStringList mediaRoots;        ///< --media-root DIR (repeatable): folders media may come from
     int positionIntervalMs = 0;    ///< thinning of sPositionChanged per layer; 0: every one

@@ -36,6 +36,8 @@
 #include "UI_Proc_KELMOR_Player_Desktop.h"
 #include "UI_Proc_KELMOR_PlayersManage_Desktop.h"
 
+#include "ScreenService.h"
+
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -130,6 +132,10 @@ int main(int argc, char** argv)
                                                 : QFileInfo(options.showPath).absolutePath());
 
     const bool offscreen = defaultOffscreen(options.screenMode);
+    ScreenService::getInstance().setPresentation(
+        options.vsync == RunnerOptions::Vsync::On    ? ScreenService::Presentation::Vsync
+        : options.vsync == RunnerOptions::Vsync::Off ? ScreenService::Presentation::Immediate
+                                                     : ScreenService::Presentation::Auto);
     EventHub hub(options.positionIntervalMs);
     hub.attach(service);
     MediaErrorReport mediaErrors(hub); // a host line for each layer's media error

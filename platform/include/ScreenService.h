@@ -107,6 +107,35 @@ public:
     /// The publication of a screen (diagnostics), or null.
     const kelmor::pipewire::ScreenPublisher* publication(int screenId) const;
 
+    // Presentation of windowed screens.
+    /// How a windowed screen's pictures reach its window.
+    enum class Presentation {
+        /// Vsync where the display has a refresh to wait for (a GPU driver),
+        /// Immediate under a CPU rasteriser (Mesa's llvmpipe). The default.
+        Auto,
+        /// Each window is presented by a thread of its own with swap interval
+        /// 1: no tearing, and one window's wait for its display's refresh
+        /// never holds another window, the next output frame or the GUI
+        /// thread. Costs one copy of the picture per window and output frame
+        /// (the window's own thread does it).
+        Vsync,
+        /// The compositor swaps every window itself, without waiting for a
+        /// refresh (swap interval 0): may tear; the cheapest on a CPU
+        /// rasteriser.
+        Immediate,
+    };
+    /// Chooses how windows opened from now on are presented; screens already
+    /// open keep theirs.
+    void setPresentation(Presentation presentation);
+    /// The choice for windows opened from now on.
+    Presentation presentation() const;
+    /// Whether the first open screen with this id is a window presented with
+    /// vsync by a thread of its own.
+    bool presentsWithVsync(int screenId) const;
+    /// Pictures swapped onto that window by its presentation thread so far
+    /// (0 when it has none).
+    quint64 presentedFrames(int screenId) const;
+
     /// Output frames drawn so far for the first open screen with this id
     /// (opening order); 0 when none is open or nothing is drawn. For
     /// diagnostics and benchmarks: the count grows by one each time the
@@ -155,6 +184,7 @@ private:
 
     QList<ScreenWidget*> m_widgets; // GUI thread; owned
     QList<QtAV::PreviewRenderer*> m_previews; // GUI thread; not owned
+    Presentation m_presentation = Presentation::Auto; // GUI thread
     std::unique_ptr<kelmor::gl::Compositor> m_compositor; // GUI thread
     /// Published screens by id (GUI thread; owned).
     std::map<int, std::unique_ptr<kelmor::pipewire::ScreenPublisher>> m_published;

@@ -220,6 +220,33 @@ bool ScreenService::stopRecording(int screenId)
     return m_compositor->stopRecording(widget);
 }
 
+void ScreenService::setPresentation(Presentation presentation)
+{
+    if (presentation != Presentation::Auto && presentation != Presentation::Vsync
+        && presentation != Presentation::Immediate) {
+        qDebug() << "setPresentation: unknown presentation" << int(presentation) << "ignored";
+        return;
+    }
+    m_presentation = presentation;
+}
+
+ScreenService::Presentation ScreenService::presentation() const
+{
+    return m_presentation;
+}
+
+bool ScreenService::presentsWithVsync(int screenId) const
+{
+    ScreenWidget* widget = screenById(screenId);
+    return widget && m_compositor && m_compositor->presentsWithVsync(widget);
+}
+
+quint64 ScreenService::presentedFrames(int screenId) const
+{
+    ScreenWidget* widget = screenById(screenId);
+    return widget && m_compositor ? m_compositor->presentedCount(widget) : 0;
+}
+
 quint64 ScreenService::drawnFrames(int screenId) const
 {
     ScreenWidget* widget = screenById(screenId);

@@ -41,6 +41,10 @@ TEST(RunnerCli, UsageErrorsExitWithOne)
     EXPECT_EQ(runArgs({QStringLiteral("--bogus")}, dir).exitCode, 1);
     EXPECT_EQ(runArgs({}, dir).exitCode, 1);
     EXPECT_EQ(runArgs({QStringLiteral("--listen"), QStringLiteral("70000")}, dir).exitCode, 1);
+    const ShowRun vsync = runArgs({QStringLiteral("--vsync"), QStringLiteral("sometimes"), QStringLiteral("-")}, dir);
+    EXPECT_EQ(vsync.exitCode, 1);
+    EXPECT_TRUE(vsync.errText.contains(QStringLiteral("--vsync: \"sometimes\" is not auto, on or off")))
+        << vsync.errText.toStdString();
     const ShowRun missing = runArgs({QStringLiteral("--ao"), QStringLiteral("null"), dir + QStringLiteral("/none.show")}, dir);
     EXPECT_EQ(missing.exitCode, 1);
     EXPECT_TRUE(missing.errText.contains(QStringLiteral("cannot open the show file")));

@@ -82,6 +82,34 @@ TEST(RunnerPixels, WindowedScreenShowsTheQuadrantsInTheSamePlaces)
     EXPECT_TRUE(colourAt(image, 480, 270, kWhite));
 }
 
+TEST(RunnerPixels, WindowPresentedWithVsyncShowsTheQuadrantsInTheSamePlaces)
+{
+    ASSERT_FALSE(mediaDir().isEmpty());
+    const QString dir = freshWorkDir(QStringLiteral("pixels-vsync"));
+    const QString show = QStringLiteral("{\"op\": \"openScreen\", \"id\": 1, \"width\": 640, "
+                                        "\"height\": 360, \"windowed\": true}\n")
+        + createLayer(1, 1, QStringLiteral("${media}/quadrants.mp4"), QStringLiteral("video"))
+        + addRenderer(1, 1, 1, 0, 0, 640, 360, 640, 360)
+        + step(QStringLiteral("setCurPlayerCount"), QStringLiteral("1"))
+        + step(QStringLiteral("playReady"), layerRef(1, 1) + QStringLiteral(", 500, true"))
+        + waitFor(QStringLiteral("sPlayReady"), QStringLiteral("{\"bankId\": 1}"))
+        + QStringLiteral("{\"op\": \"wait\", \"ms\": 300}\n"
+                         "{\"op\": \"snapshot\", \"screen\": 1, \"path\": \"shot.png\"}\n");
+    const ShowRun run = runShow(dir, show, {QStringLiteral("--vsync"), QStringLiteral("on")});
+    EXPECT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(run.errors().isEmpty()) << run.errText.toStdString();
+    EXPECT_TRUE(run.errText.contains(
+        QStringLiteral("screen 1 is presented with vsync by a thread of its own")))
+        << run.errText.toStdString();
+    const QImage image(dir + QStringLiteral("/shot.png"));
+    ASSERT_EQ(image.size(), QSize(640, 360));
+    EXPECT_TRUE(colourAt(image, 160, 90, kRed));
+    EXPECT_TRUE(colourAt(image, 480, 90, kGreen));
+    EXPECT_TRUE(colourAt(image, 160, 270, kBlue));
+    EXPECT_TRUE(colourAt(image, 480, 270, kWhite));
+}
+
 TEST(RunnerPixels, StillPlacedAtAGeometryCoversExactlyThatRectangle)
 {
     ASSERT_FALSE(mediaDir().isEmpty());

@@ -123,12 +123,16 @@ void Compositor::screenOpened(ScreenWidget* widget)
         return;
     auto screen = std::make_unique<Screen>();
     screen->widget = widget;
-    if (sharedContext())
+    if (sharedContext()) {
+        const ScreenService::Presentation asked = ScreenService::getInstance().presentation();
+        const bool vsync = asked == ScreenService::Presentation::Vsync
+            || (asked == ScreenService::Presentation::Auto && !softwareRenderer());
         screen->surface = std::make_unique<ScreenSurface>(widget->info(), [this, widget] {
             if (Screen* s = screenFor(widget))
                 s->forced = true;
             requestFrame();
-        });
+        }, vsync);
+    }
     connect(widget, &QtAV::NoxOpenGLWidgetRenderer::contentChanged, this,
             [this] { requestFrame(); });
     m_screens.push_back(std::move(screen));
@@ -169,6 +173,24 @@ Compositor::Screen* Compositor::screenById(int screenId)
             return s.get();
     }
     return nullptr;
+}
+
+bool Compositor::presentsWithVsync(ScreenWidget* widget) const
+{
+    for (const auto& s : m_screens) {
+        if (s->widget == widget)
+            return s->surface && s->surface->presentsWithVsync();
+    }
+    return false;
+}
+
+quint64 Compositor::presentedCount(ScreenWidget* widget) const
+{
+    for (const auto& s : m_screens) {
+        if (s->widget == widget && s->surface && s->surface->presenter())
+            return s->surface->presenter()->presented();
+    }
+    return 0;
 }
 
 quint64 Compositor::drawCount(ScreenWidget* widget) const
@@ -675,6 +697,7 @@ void Compositor::drawScreen(Screen& screen)
 void Compositor::drawOutput(Screen& screen, const ScreenEffects& effects)
 {
     ScreenSurface& surface = *screen.surface;
+    surface.advanceOutput();
     if (effects.isNeutral()) {
         // Nothing to finish: the layers go straight into the output.
         surface.beginOutput();

@@ -85,6 +85,11 @@ public:
     /// A preview is being destroyed: forget it.
     void previewGone(QtAV::PreviewRenderer* preview);
 
+    /// Whether the screen's window is presented with vsync by a thread of its
+    /// own (WindowPresenter.h).
+    bool presentsWithVsync(ScreenWidget* widget) const;
+    /// Pictures that thread swapped onto the window so far (0 without one).
+    quint64 presentedCount(ScreenWidget* widget) const;
     /// Output frames drawn so far for a screen (tests, diagnostics).
     quint64 drawCount(ScreenWidget* widget) const;
 

@@ -11,6 +11,7 @@
 #include <QOpenGLExtraFunctions>
 #include <QOpenGLFunctions>
 #include <QThread>
+#include <atomic>
 #include <memory>
 
 namespace kelmor::gl {
@@ -20,7 +21,8 @@ namespace {
 struct SharedGl
 {
     bool tried = false;                         // GUI thread
-    bool abandoned = false;                     // GUI thread; the display is gone
+    std::atomic<bool> abandoned{false};         // set on the GUI thread; the display is gone
+    bool software = false;                      // GUI thread; a CPU rasteriser draws
     std::unique_ptr<QOffscreenSurface> surface; // GUI thread
     std::unique_ptr<QOpenGLContext> context;    // GUI thread
 };
@@ -95,7 +97,14 @@ bool makeShared(SharedGl& gl)
     }
     const auto* version = reinterpret_cast<const char*>(
         gl.context->functions()->glGetString(GL_VERSION));
-    qDebug() << "compositor: OpenGL" << (version ? version : "(unknown)");
+    const auto* renderer = reinterpret_cast<const char*>(
+        gl.context->functions()->glGetString(GL_RENDERER));
+    const QByteArray rendererName(renderer ? renderer : "");
+    // Mesa's CPU rasterisers: no display refresh to wait for behind them.
+    gl.software = rendererName.contains("llvmpipe") || rendererName.contains("softpipe")
+        || rendererName.contains("swrast") || rendererName.contains("SWR");
+    qDebug() << "compositor: OpenGL" << (version ? version : "(unknown)") << "on"
+             << rendererName.constData();
     return true;
 }
 
@@ -133,6 +142,16 @@ void resetDrawState(QOpenGLContext* context)
     gl->glDisable(GL_CULL_FACE);
     gl->glDisable(GL_STENCIL_TEST);
     gl->glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+}
+
+bool softwareRenderer()
+{
+    return sharedContext() && shared().software;
+}
+
+bool glAbandoned()
+{
+    return shared().abandoned.load();
 }
 
 QOffscreenSurface* sharedSurface()

@@ -35,7 +35,7 @@ std::unique_ptr<QOpenGLFramebufferObject> makeTarget(const QSize& size)
 
 } // namespace
 
-ScreenSurface::ScreenSurface(const ScreenInfo& info, std::function<void()> exposed)
+ScreenSurface::ScreenSurface(const ScreenInfo& info, std::function<void()> exposed, bool vsync)
 {
     QSize size = info.geometry.size();
     if (!info.offscreen && info.monitor >= 0 && info.monitor < QGuiApplication::screens().size())
@@ -49,27 +49,68 @@ ScreenSurface::ScreenSurface(const ScreenInfo& info, std::function<void()> expos
     m_size = size;
     if (!sharedContext())
         return;
+    vsync = vsync && !info.offscreen;
+    m_outputCount = vsync ? kPresentedOutputs : 1;
     m_compose = makeTarget(size);
-    m_output = makeTarget(size);
-    if (!m_compose || !m_output) {
+    bool made = m_compose != nullptr;
+    for (int i = 0; i < m_outputCount && made; ++i) {
+        m_outputs[i] = makeTarget(size);
+        made = m_outputs[i] != nullptr;
+    }
+    if (!made) {
         qDebug() << "openScreen: no framebuffer of" << size << "for screen" << info.screenId;
         m_compose.reset();
-        m_output.reset();
+        for (auto& output : m_outputs)
+            output.reset();
         return;
     }
-    if (!info.offscreen)
-        m_window = std::make_unique<ScreenWindow>(info, std::move(exposed));
+    if (info.offscreen)
+        return;
+    m_window = std::make_unique<ScreenWindow>(info, std::move(exposed), vsync);
+    if (!vsync)
+        return;
+    m_presenter = std::make_unique<WindowPresenter>(m_window.get());
+    sharedContext(); // current again after the presenter's context was made
+    if (!m_presenter->isValid()) {
+        m_presenter.reset();
+        return;
+    }
+    qDebug() << "openScreen: screen" << info.screenId
+             << "is presented with vsync by a thread of its own";
 }
 
 ScreenSurface::~ScreenSurface()
 {
+    m_presenter.reset(); // its thread stops before the framebuffers and window go
     if (sharedContext()) {
         m_compose.reset();
-        m_output.reset();
+        for (auto& output : m_outputs)
+            output.reset();
     } else {
         // No context to free them with (process exit): let the driver do it.
         m_compose.release();
-        m_output.release();
+        for (auto& output : m_outputs)
+            static_cast<void>(output.release());
+    }
+}
+
+void ScreenSurface::advanceOutput()
+{
+    if (!m_presenter)
+        return;
+    const auto free = [this](int i) {
+        return i != m_current && !m_presenter->holds(m_outputs[i]->texture());
+    };
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        for (int i = 0; i < m_outputCount; ++i) {
+            if (free(i)) {
+                m_current = i;
+                return;
+            }
+        }
+        // The presenter holds the picture it shows and one more it has not
+        // taken yet: that one is dropped, the newer picture replaces it.
+        m_presenter->reclaim();
     }
 }
 
@@ -86,7 +127,7 @@ void ScreenSurface::beginCompose()
 void ScreenSurface::beginOutput()
 {
     QOpenGLFunctions* gl = QOpenGLContext::currentContext()->functions();
-    m_output->bind();
+    output()->bind();
     gl->glViewport(0, 0, m_size.width(), m_size.height());
     gl->glDisable(GL_SCISSOR_TEST);
     gl->glClearColor(0.f, 0.f, 0.f, 1.f);
@@ -95,7 +136,7 @@ void ScreenSurface::beginOutput()
 
 bool ScreenSurface::canDrawToWindow() const
 {
-    return m_window && m_window->isExposed()
+    return m_window && !m_presenter && m_window->isExposed()
         && m_window->size() * m_window->devicePixelRatio() == m_size;
 }
 
@@ -128,11 +169,16 @@ void ScreenSurface::present()
 {
     if (!m_window || !m_window->isExposed())
         return;
+    if (m_presenter) {
+        m_presenter->present(output()->texture(), m_size,
+                             m_window->size() * m_window->devicePixelRatio());
+        return;
+    }
     QOpenGLContext* context = sharedContext();
     if (!context || !context->makeCurrent(m_window.get()))
         return;
     const QSize target = m_window->size() * m_window->devicePixelRatio();
-    QOpenGLFramebufferObject::blitFramebuffer(nullptr, QRect(QPoint(0, 0), target), m_output.get(),
+    QOpenGLFramebufferObject::blitFramebuffer(nullptr, QRect(QPoint(0, 0), target), output(),
                                               QRect(QPoint(0, 0), m_size), GL_COLOR_BUFFER_BIT,
                                               GL_LINEAR);
     context->swapBuffers(m_window.get());
@@ -141,18 +187,20 @@ void ScreenSurface::present()
 
 QImage ScreenSurface::readOutput() const
 {
-    if (!m_output)
+    if (!output())
         return QImage();
-    QImage image = m_output->toImage(true);
+    QImage image = output()->toImage(true);
     return image.convertToFormat(QImage::Format_RGB32);
 }
 
-ScreenWindow::ScreenWindow(const ScreenInfo& info, std::function<void()> exposed)
+ScreenWindow::ScreenWindow(const ScreenInfo& info, std::function<void()> exposed, bool vsync)
     : m_info(info), m_exposed(std::move(exposed))
 {
     setSurfaceType(QSurface::OpenGLSurface);
     QSurfaceFormat format = QSurfaceFormat::defaultFormat();
-    format.setSwapInterval(0);
+    // With vsync the window's own presenter waits for the refresh; without,
+    // the compositor swaps it and must never wait.
+    format.setSwapInterval(vsync ? 1 : 0);
     setFormat(format);
     setFlags(Qt::Window | Qt::FramelessWindowHint);
     setTitle(QStringLiteral("Output %1").arg(info.screenId));

@@ -12,10 +12,17 @@
 // own framebuffer (beginWindow/endWindow; the output framebuffer is then
 // drawn only when a picture is asked for).
 //
+// A window presented with vsync (WindowPresenter.h) is shown by a thread of
+// its own from the output framebuffer, which then is one of three that take
+// turns (advanceOutput): the one last drawn is the screen's picture, the
+// presenter may hold one or two others, and a free one takes the next
+// picture. Such a window never takes the layers directly.
+//
 // Threading: GUI thread only, with the compositor's context current.
 #pragma once
 
 #include "ScreenWidget.h"
+#include "gl/WindowPresenter.h"
 
 #include <QImage>
 #include <QOpenGLFramebufferObject>
@@ -31,17 +38,26 @@ class ScreenWindow;
 class ScreenSurface
 {
 public:
-    /// `exposed` is called when a window needs its picture again.
-    ScreenSurface(const ScreenInfo& info, std::function<void()> exposed);
+    /// `exposed` is called when a window needs its picture again. `vsync`: a
+    /// window is presented by a thread of its own, synchronised to the
+    /// display's refresh.
+    ScreenSurface(const ScreenInfo& info, std::function<void()> exposed, bool vsync = false);
     ~ScreenSurface();
 
     QSize size() const { return m_size; }
-    bool isValid() const { return m_compose && m_output; }
+    bool isValid() const { return m_compose && m_outputs[m_current]; }
     bool isWindowed() const { return m_window != nullptr; }
+    /// Whether the window is presented with vsync by a thread of its own.
+    bool presentsWithVsync() const { return m_presenter != nullptr; }
+    /// Its presenter (null when it has none).
+    const WindowPresenter* presenter() const { return m_presenter.get(); }
 
     /// Binds the compose framebuffer, sets the viewport and clears it black.
     void beginCompose();
-    /// The same for the output framebuffer.
+    /// Picks the output framebuffer the next picture is drawn into (with a
+    /// presenter: one it does not hold); output() is that one from now on.
+    void advanceOutput();
+    /// Binds the output framebuffer, sets the viewport and clears it black.
     void beginOutput();
     /// Whether the window can take the layers directly: a window that is
     /// exposed and has exactly the screen's size in pixels.
@@ -54,17 +70,24 @@ public:
     /// current again.
     void endWindow();
     QOpenGLFramebufferObject* compose() const { return m_compose.get(); }
-    QOpenGLFramebufferObject* output() const { return m_output.get(); }
+    QOpenGLFramebufferObject* output() const { return m_outputs[m_current].get(); }
     /// Shows the output picture in the window (nothing for offscreen screens).
     void present();
     /// The output picture, top row first.
     QImage readOutput() const;
 
 private:
+    static constexpr int kPresentedOutputs = 3;
+
     QSize m_size;
     std::unique_ptr<QOpenGLFramebufferObject> m_compose;
-    std::unique_ptr<QOpenGLFramebufferObject> m_output;
+    // The output framebuffers: one, or kPresentedOutputs taking turns.
+    std::unique_ptr<QOpenGLFramebufferObject> m_outputs[kPresentedOutputs];
+    int m_outputCount = 1;
+    int m_current = 0; // the screen's picture
     std::unique_ptr<ScreenWindow> m_window;
+    // Declared after the window: stopped before the window goes.
+    std::unique_ptr<WindowPresenter> m_presenter;
 };
 
 /// The frameless top-level window of a windowed screen.
@@ -72,7 +95,7 @@ class ScreenWindow : public QWindow
 {
     Q_OBJECT
 public:
-    ScreenWindow(const ScreenInfo& info, std::function<void()> exposed);
+    ScreenWindow(const ScreenInfo& info, std::function<void()> exposed, bool vsync);
     ~ScreenWindow() override;
 
 protected:

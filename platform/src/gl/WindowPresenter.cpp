@@ -1,0 +1,191 @@
+#include "gl/WindowPresenter.h"
+
+#include "gl/GlContext.h"
+
+#include <QDebug>
+#include <QOpenGLContext>
+#include <QOpenGLExtraFunctions>
+#include <QOpenGLFunctions>
+#include <QWindow>
+
+namespace kelmor::gl {
+
+WindowPresenter::WindowPresenter(QWindow* window)
+    : m_window(window)
+{
+    QOpenGLContext* shared = sharedContext();
+    if (!shared || !window)
+        return;
+    m_context = std::make_unique<QOpenGLContext>();
+    QSurfaceFormat format = shared->format();
+    format.setSwapInterval(1);
+    m_context->setFormat(format);
+    m_context->setShareContext(shared);
+    if (!m_context->create()) {
+        qDebug() << "openScreen: no presentation context for window" << window->title()
+                 << "; the compositor presents it";
+        m_context.reset();
+        return;
+    }
+    // Sync objects order the compositor's drawing and this thread's copy on
+    // the GPU; without them both sides finish their commands instead.
+    m_fences = shared->format().version() >= qMakePair(3, 2) || shared->isOpenGLES()
+        || shared->hasExtension("GL_ARB_sync");
+    m_context->moveToThread(this);
+    m_valid = true;
+    setObjectName(QStringLiteral("present:%1").arg(window->title()));
+    start(QThread::HighPriority);
+}
+
+WindowPresenter::~WindowPresenter()
+{
+    if (!m_valid)
+        return;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    wait();
+    // A picture never taken leaves its fence behind.
+    if (sharedContext()) {
+        dropFence(m_next);
+        for (void* fence : m_orphanFences)
+            QOpenGLContext::currentContext()->extraFunctions()->glDeleteSync(
+                static_cast<GLsync>(fence));
+    }
+}
+
+void WindowPresenter::dropFence(Job& job)
+{
+    if (job.fence) {
+        if (QOpenGLContext* context = QOpenGLContext::currentContext())
+            context->extraFunctions()->glDeleteSync(static_cast<GLsync>(job.fence));
+        job.fence = nullptr;
+    }
+}
+
+void WindowPresenter::present(unsigned texture, const QSize& size, const QSize& windowPixels)
+{
+    if (!m_valid || texture == 0 || size.isEmpty() || windowPixels.isEmpty())
+        return;
+    QOpenGLContext* context = QOpenGLContext::currentContext();
+    if (!context)
+        return;
+    Job job{texture, size, windowPixels, nullptr};
+    if (m_fences)
+        job.fence = context->extraFunctions()->glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
+    // Submitted now, so that the presenter's wait on the fence can end.
+    if (job.fence)
+        context->functions()->glFlush();
+    else
+        context->functions()->glFinish();
+    Job replaced;
+    std::vector<void*> orphans;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        replaced = m_next;
+        m_next = job;
+        orphans.swap(m_orphanFences);
+    }
+    for (void* fence : orphans)
+        context->extraFunctions()->glDeleteSync(static_cast<GLsync>(fence));
+    if (replaced.texture) {
+        m_replaced.fetch_add(1);
+        dropFence(replaced);
+    }
+    m_wake.notify_one();
+}
+
+void WindowPresenter::reclaim()
+{
+    Job dropped;
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        dropped = m_next;
+        m_next = Job();
+    }
+    if (dropped.texture) {
+        m_replaced.fetch_add(1);
+        dropFence(dropped);
+    }
+}
+
+bool WindowPresenter::holds(unsigned texture) const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    return texture != 0 && (m_showing == texture || m_next.texture == texture);
+}
+
+void WindowPresenter::run()
+{
+    for (;;) {
+        Job job;
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            m_wake.wait(lock, [this] { return m_stop || m_next.texture != 0; });
+            if (m_stop)
+                break;
+            job = m_next;
+            m_next = Job();
+            m_showing = job.texture;
+        }
+        if (!glAbandoned())
+            show(job);
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_showing = 0;
+    }
+    if (glAbandoned()) {
+        // The display is gone: no GL call may reach it. The OS takes the
+        // context back with the process.
+        static_cast<void>(m_context.release());
+        return;
+    }
+    if (m_readFramebuffer && m_context->makeCurrent(m_window))
+        m_context->functions()->glDeleteFramebuffers(1, &m_readFramebuffer);
+    m_context->doneCurrent();
+    m_context.reset();
+}
+
+void WindowPresenter::show(const Job& job)
+{
+    if (!m_context->makeCurrent(m_window)) {
+        // The fence is deleted by the compositor's thread at the next picture.
+        std::lock_guard<std::mutex> lock(m_mutex);
+        if (job.fence)
+            m_orphanFences.push_back(job.fence);
+        return;
+    }
+    QOpenGLFunctions* gl = m_context->functions();
+    QOpenGLExtraFunctions* extra = m_context->extraFunctions();
+    if (job.fence) {
+        // The GPU waits for the compositor's drawing; this thread does not.
+        extra->glWaitSync(static_cast<GLsync>(job.fence), 0, GL_TIMEOUT_IGNORED);
+        extra->glDeleteSync(static_cast<GLsync>(job.fence));
+    }
+    if (!m_readFramebuffer)
+        gl->glGenFramebuffers(1, &m_readFramebuffer);
+    gl->glBindFramebuffer(GL_READ_FRAMEBUFFER, m_readFramebuffer);
+    gl->glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
+                               job.texture, 0);
+    gl->glBindFramebuffer(GL_DRAW_FRAMEBUFFER, m_context->defaultFramebufferObject());
+    gl->glDisable(GL_SCISSOR_TEST);
+    extra->glBlitFramebuffer(0, 0, job.size.width(), job.size.height(), 0, 0,
+                             job.windowPixels.width(), job.windowPixels.height(),
+                             GL_COLOR_BUFFER_BIT, GL_LINEAR);
+    // Detached before the texture is handed back: the compositor draws into
+    // it again from its own context.
+    gl->glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, 0, 0);
+    // The copy is done before the texture is handed back (the compositor
+    // may draw into it again at once); the swap then waits for the display's
+    // refresh without holding it.
+    gl->glFinish();
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_showing = 0;
+    }
+    m_context->swapBuffers(m_window);
+    m_presented.fetch_add(1);
+}
+
+} // namespace kelmor::gl

@@ -1,0 +1,187 @@
+// Windows presented with vsync by a thread of their own: what the X server
+// shows in each window is the screen's picture, also as new frames come
+// faster than a window takes them, with several windows at once, and when a
+// window closes while its thread presents.
+#include "ScreenFixture.h"
+#include "ScreenMedia.h"
+
+#include <QGuiApplication>
+#include <QOpenGLContext>
+#include <QOpenGLFunctions>
+#include <QPixmap>
+#include <QScreen>
+#include <QWindow>
+
+class ScreenVsyncTest : public ScreenTest
+{
+protected:
+    void SetUp() override
+    {
+        ScreenTest::SetUp();
+        ScreenService::getInstance().setPresentation(ScreenService::Presentation::Vsync);
+    }
+
+    void TearDown() override
+    {
+        ScreenTest::TearDown();
+        ScreenService::getInstance().setPresentation(ScreenService::Presentation::Auto);
+    }
+
+    /// A 320x180 window for screen `id`, apart from the other tests' windows
+    /// so that none covers another.
+    ScreenWidget* openWindow(int id)
+    {
+        ScreenInfo info;
+        info.screenId = id;
+        info.geometry = QRect(400 * (id - 1), 600, 320, 180);
+        info.offscreen = false;
+        info.monitor = -1;
+        return ScreenService::getInstance().openScreen(info);
+    }
+
+    /// What the X server shows in screen `id`'s window now (null when the
+    /// window is not found).
+    static QImage windowPixels(int id)
+    {
+        const QString title = QStringLiteral("Output %1").arg(id);
+        for (QWindow* window : QGuiApplication::topLevelWindows()) {
+            if (window->title() == title && window->isExposed())
+                return QGuiApplication::primaryScreen()->grabWindow(window->winId())
+                    .toImage()
+                    .convertToFormat(QImage::Format_RGB32);
+        }
+        return QImage();
+    }
+
+    /// Waits until the window shows `colour` at its centre.
+    bool windowShows(int id, QColor colour)
+    {
+        return waitUntil([&] {
+            const QImage shown = windowPixels(id);
+            return !shown.isNull() && near(shown.pixel(160, 90), colour, 2);
+        });
+    }
+};
+
+TEST_F(ScreenVsyncTest, TheWindowShowsTheScreensPictureThroughItsOwnThread)
+{
+    openWindow(1);
+    QtAV::AVPlayer* back = pushedPlayer(quadrants());
+    QtAV::AVPlayer* front = pushedPlayer(solid(Qt::green, 64, 64));
+    show(back, ScreenService::getInstance().screenById(1), QRect(0, 0, 320, 180));
+    QtAV::NoxOpenGLRender* r = show(front, ScreenService::getInstance().screenById(1),
+                                    QRect(0, 0, 320, 180));
+    r->setRect(QPointF(100, 30), QPointF(60, 160), QPointF(260, 150), QPointF(220, 40));
+    r->setZ(1);
+    ASSERT_TRUE(ScreenService::getInstance().presentsWithVsync(1));
+    ASSERT_TRUE(windowShows(1, Qt::green)) << "the window never showed the warped square";
+    EXPECT_GT(ScreenService::getInstance().presentedFrames(1), 0u);
+
+    // The whole window is the screen's picture, pixel for pixel.
+    QTest::qWait(100);
+    QPoint worst;
+    const QImage shown = windowPixels(1);
+    const QImage picture = grab(1);
+    ASSERT_EQ(shown.size(), picture.size());
+    EXPECT_EQ(maxChannelDifference(shown, picture, &worst), 0)
+        << "at (" << worst.x() << ", " << worst.y() << ")";
+}
+
+TEST_F(ScreenVsyncTest, FramesFasterThanTheWindowTakesThemEndOnTheNewest)
+{
+    openWindow(1);
+    QtAV::AVPlayer* player = pushedPlayer(solid(Qt::black));
+    show(player, ScreenService::getInstance().screenById(1), QRect(0, 0, 320, 180));
+    // A new picture every few milliseconds: the output framebuffers take
+    // turns while the window's thread copies and swaps.
+    const QColor colours[] = {Qt::red, Qt::green, Qt::blue, Qt::yellow, Qt::cyan, Qt::magenta};
+    for (int i = 0; i < 120; ++i) {
+        player->pushFrame(QtAV::VideoFrame(solid(colours[i % 6])));
+        QTest::qWait(4);
+        if (i % 20 == 19) {
+            // Every snapshot in between is a whole picture of one colour.
+            const QImage picture = grab(1);
+            const QRgb centre = picture.pixel(160, 90);
+            EXPECT_EQ(picture.pixel(2, 2), centre);
+            EXPECT_EQ(picture.pixel(317, 177), centre);
+        }
+    }
+    player->pushFrame(QtAV::VideoFrame(solid(Qt::white)));
+    EXPECT_TRUE(windowShows(1, Qt::white)) << "the window did not end on the newest picture";
+    EXPECT_PIXEL(grab(1), 160, 90, Qt::white);
+}
+
+TEST_F(ScreenVsyncTest, ThreeWindowsEachShowTheirOwnPicture)
+{
+    const QColor colours[] = {Qt::red, Qt::green, Qt::blue};
+    QtAV::AVPlayer* players[3] = {};
+    for (int id = 1; id <= 3; ++id) {
+        openWindow(id);
+        players[id - 1] = pushedPlayer(solid(colours[id - 1]));
+        show(players[id - 1], ScreenService::getInstance().screenById(id), QRect(0, 0, 320, 180));
+    }
+    for (int id = 1; id <= 3; ++id) {
+        EXPECT_TRUE(ScreenService::getInstance().presentsWithVsync(id));
+        EXPECT_TRUE(windowShows(id, colours[id - 1])) << "window " << id;
+    }
+    // New pictures on every window at once; each ends on its own.
+    const QColor next[] = {Qt::yellow, Qt::cyan, Qt::magenta};
+    for (int id = 1; id <= 3; ++id)
+        players[id - 1]->pushFrame(QtAV::VideoFrame(solid(next[id - 1])));
+    for (int id = 1; id <= 3; ++id)
+        EXPECT_TRUE(windowShows(id, next[id - 1])) << "window " << id;
+}
+
+TEST_F(ScreenVsyncTest, AWindowClosedWhileItsThreadPresentsLeavesTheOthersRunning)
+{
+    openWindow(1);
+    openWindow(2);
+    QtAV::AVPlayer* player = pushedPlayer(solid(Qt::red));
+    show(player, ScreenService::getInstance().screenById(1), QRect(0, 0, 320, 180));
+    show(player, ScreenService::getInstance().screenById(2), QRect(0, 0, 320, 180));
+    ASSERT_TRUE(windowShows(1, Qt::red));
+    ASSERT_TRUE(windowShows(2, Qt::red));
+    for (int i = 0; i < 10; ++i) {
+        player->pushFrame(QtAV::VideoFrame(solid(i % 2 ? Qt::red : Qt::blue)));
+        QTest::qWait(2);
+    }
+    ScreenWidget* first = ScreenService::getInstance().screenById(1);
+    for (auto& render : m_renders)
+        first->removeRender(render.get());
+    ASSERT_TRUE(ScreenService::getInstance().closeScreen(1, 0, QString()));
+    player->pushFrame(QtAV::VideoFrame(solid(Qt::green)));
+    EXPECT_TRUE(windowShows(2, Qt::green));
+}
+
+TEST_F(ScreenVsyncTest, ImmediateWindowsAndOffscreenScreensHaveNoPresenter)
+{
+    ScreenService::getInstance().setPresentation(ScreenService::Presentation::Immediate);
+    openWindow(1);
+    openScreen(2);
+    ScreenService::getInstance().setPresentation(ScreenService::Presentation::Vsync);
+    openScreen(3);
+    QtAV::AVPlayer* player = pushedPlayer(solid(Qt::blue));
+    show(player, ScreenService::getInstance().screenById(1), QRect(0, 0, 320, 180));
+    EXPECT_FALSE(ScreenService::getInstance().presentsWithVsync(1));
+    EXPECT_FALSE(ScreenService::getInstance().presentsWithVsync(2));
+    EXPECT_FALSE(ScreenService::getInstance().presentsWithVsync(3)); // offscreen
+    EXPECT_TRUE(windowShows(1, Qt::blue));
+    EXPECT_EQ(ScreenService::getInstance().presentedFrames(1), 0u);
+}
+
+TEST_F(ScreenVsyncTest, AutoPresentsWithVsyncOnlyWhereADisplayRefreshExists)
+{
+    ScreenService::getInstance().setPresentation(ScreenService::Presentation::Auto);
+    openWindow(1);
+    const QByteArray renderer = reinterpret_cast<const char*>(
+        QtAV::compositorContext()->functions()->glGetString(GL_RENDERER));
+    const bool software = renderer.contains("llvmpipe") || renderer.contains("softpipe")
+        || renderer.contains("swrast");
+    EXPECT_EQ(ScreenService::getInstance().presentsWithVsync(1), !software) << renderer.constData();
+}
+
+TEST_F(ScreenVsyncTest, AnUnknownPresentationIsIgnored)
+{
+    ScreenService::getInstance().setPresentation(static_cast<ScreenService::Presentation>(7));
+    EXPECT_EQ(ScreenService::getInstance().presentation(), ScreenService::Presentation::Vsync);
+}
