@@ -12,6 +12,12 @@
 //   off1  the layer on one offscreen screen (no window: nothing for X)
 //   win2, win3  the same layer on 2 and 3 windowed screens (overlapping
 //         windows of the 1920x1080 X screen)
+//   vsync1, vsync3  win1 and win3 with every window presented by a thread
+//         of its own (ScreenService::Presentation::Vsync; under Xvfb there is
+//         no refresh to wait for, so this measures the presentation threads'
+//         cost and rate, not vsync itself)
+// All windowed runs but vsync1 and vsync3 are presented Immediate (the
+// compositor swaps the windows itself).
 // Each of ours plays the looped clip for a 1 s warm-up, then --seconds
 // measured (default 10).
 //
@@ -19,11 +25,14 @@
 // reference) plus those of the X server ($DISPLAY's, from /proc: windows
 // cost it every swap) during the run, divided by the layer's new frames
 // (its frame-source serial; the reference: 30 fps x the seconds between its
-// two runs). Pictures a second: the fewest draws of any screen in any whole
-// second of the run (ScreenService::drawnFrames, sampled every second).
+// two runs). Pictures a second: the fewest pictures of any screen in any
+// whole second of the run (ScreenService::drawnFrames, or presentedFrames for
+// a window presented by its own thread: what reached the window; sampled
+// every second).
 // Ratios are taken per repetition and their medians printed:
 //   win1 / ref and off1 / ref      (goal <= 1.10)
 //   per added screen: (winN / win1 - 1) / (N - 1)   (goal <= +10%)
+//   the same with vsync presentation, and vsync1 / win1
 // and the load average with every row.
 //
 //   xvfb-run -a -s "-screen 0 1920x1080x24" build/bench/kelmor_bench_compositor [--reps 3]
@@ -65,10 +74,17 @@ double xCpu()
 
 /// One of ours: the layer on `screens` screens (windowed or not).
 Run runOurs(BenchApp& app, const QString& name, int screens, bool windowed, const Clip& clip,
-            int seconds)
+            int seconds, bool vsync = false)
 {
     Run run;
     run.name = name;
+    ScreenService::getInstance().setPresentation(vsync ? ScreenService::Presentation::Vsync
+                                                       : ScreenService::Presentation::Immediate);
+    // What reached a screen: its presentation thread's swaps, or its draws.
+    const auto pictures = [](int id) {
+        ScreenService& service = ScreenService::getInstance();
+        return service.presentsWithVsync(id) ? service.presentedFrames(id) : service.drawnFrames(id);
+    };
     std::vector<int> ids;
     for (int s = 0; s < screens; ++s) {
         const int id = s + 1;
@@ -95,13 +111,13 @@ Run runOurs(BenchApp& app, const QString& name, int screens, bool windowed, cons
     // Draws per screen in every whole second.
     std::vector<quint64> lastDraws;
     for (int id : ids)
-        lastDraws.push_back(ScreenService::getInstance().drawnFrames(id));
+        lastDraws.push_back(pictures(id));
     run.worstPictures = std::numeric_limits<int>::max();
     QTimer sampler;
     sampler.setTimerType(Qt::PreciseTimer);
     QObject::connect(&sampler, &QTimer::timeout, [&] {
         for (size_t i = 0; i < ids.size(); ++i) {
-            const quint64 now = ScreenService::getInstance().drawnFrames(ids[i]);
+            const quint64 now = pictures(ids[i]);
             run.worstPictures = std::min(run.worstPictures, int(now - lastDraws[i]));
             lastDraws[i] = now;
         }
@@ -229,6 +245,7 @@ int main(int argc, char** argv)
                 "wall s", "frames", "ms/frame", "min/s", "tick50", "tick99", "load average");
     std::vector<double> winRatio, offRatio, perScreen2, perScreen3, worst3;
     std::vector<double> refMs, win1Ms, off1Ms, win3Ms;
+    std::vector<double> vsyncRatio, vsyncToImmediate, vsyncPerScreen3, vsyncWorst3, vsync1Ms;
     for (int rep = 0; rep < reps; ++rep) {
         std::printf(" repetition %d\n", rep + 1);
         const Run ref = runReference(clip, seconds);
@@ -241,6 +258,20 @@ int main(int argc, char** argv)
         printRun(win2);
         const Run win3 = runOurs(app, "ours win 3 screens", 3, true, clip, seconds);
         printRun(win3);
+        const Run vsync1 = runOurs(app, "ours vsync 1 window", 1, true, clip, seconds, true);
+        printRun(vsync1);
+        const Run vsync3 = runOurs(app, "ours vsync 3 windows", 3, true, clip, seconds, true);
+        printRun(vsync3);
+        if (ref.ok() && vsync1.ok()) {
+            vsyncRatio.push_back(vsync1.msPerFrame() / ref.msPerFrame());
+            vsync1Ms.push_back(vsync1.msPerFrame());
+        }
+        if (win1.ok() && vsync1.ok())
+            vsyncToImmediate.push_back(vsync1.msPerFrame() / win1.msPerFrame());
+        if (vsync1.ok() && vsync3.ok()) {
+            vsyncPerScreen3.push_back((vsync3.msPerFrame() / vsync1.msPerFrame() - 1.0) * 100.0 / 2.0);
+            vsyncWorst3.push_back(vsync3.worstPictures);
+        }
         if (ref.ok() && win1.ok()) {
             winRatio.push_back(win1.msPerFrame() / ref.msPerFrame());
             refMs.push_back(ref.msPerFrame());
@@ -266,5 +297,10 @@ int main(int argc, char** argv)
     printMedian("added CPU per added screen, 2 screens (%):", perScreen2, "goal <= +10");
     printMedian("added CPU per added screen, 3 screens (%):", perScreen3, "goal <= +10");
     printMedian("3 screens: fewest pictures in a second:", worst3, "goal 30 (29 with timer jitter)");
+    std::printf("median ms per frame with vsync presentation: 1 window %.2f\n", median(vsync1Ms));
+    printMedian("ratio 1 window vsync / mpv window:", vsyncRatio, "goal <= 1.10");
+    printMedian("ratio 1 window vsync / immediate:", vsyncToImmediate, "the presentation thread's copy");
+    printMedian("added CPU per added window, vsync, 3 (%):", vsyncPerScreen3, "goal <= +10");
+    printMedian("3 screens vsync: fewest pictures in a second:", vsyncWorst3, "goal 30 (29 with timer jitter)");
     return 0;
 }

@@ -93,10 +93,10 @@ OPTIONS
     --vsync MODE         How windows show their pictures: "on" (each window
                          swaps on a thread of its own, in step with its
                          display's refresh: no tearing, and no window waits
-                         for another), "off" (the compositor swaps without
-                         waiting: may tear, the cheapest on a CPU
-                         rasteriser), "auto" (default: on with a GPU driver,
-                         off under Mesa's llvmpipe).
+                         for another), "off" (the compositor swaps every
+                         window itself without waiting: may tear), "auto"
+                         (default: on where the GL platform allows drawing
+                         from threads, as Qt's xcb GLX does).
     --out DIR            Directory for snapshots and recordings (default:
                          the current directory). Their paths are relative
                          to it and must stay inside it: absolute paths

@@ -110,18 +110,19 @@ public:
     // Presentation of windowed screens.
     /// How a windowed screen's pictures reach its window.
     enum class Presentation {
-        /// Vsync where the display has a refresh to wait for (a GPU driver),
-        /// Immediate under a CPU rasteriser (Mesa's llvmpipe). The default.
+        /// Vsync where the GL platform lets a thread of its own draw into a
+        /// window (QOpenGLContext::supportsThreadedOpenGL), Immediate
+        /// elsewhere. The default.
         Auto,
         /// Each window is presented by a thread of its own with swap interval
         /// 1: no tearing, and one window's wait for its display's refresh
         /// never holds another window, the next output frame or the GUI
-        /// thread. Costs one copy of the picture per window and output frame
-        /// (the window's own thread does it).
+        /// thread. Each window keeps its own context bound to it, which also
+        /// makes it cheaper than Immediate on a CPU rasteriser (no context
+        /// switch between windows).
         Vsync,
-        /// The compositor swaps every window itself, without waiting for a
-        /// refresh (swap interval 0): may tear; the cheapest on a CPU
-        /// rasteriser.
+        /// The compositor swaps every window itself with its one context,
+        /// without waiting for a refresh (swap interval 0): may tear.
         Immediate,
     };
     /// Chooses how windows opened from now on are presented; screens already

@@ -9,6 +9,21 @@
 class ScreenWindowedTest : public ScreenTest
 {
 protected:
+    // The compositor swaps these windows itself, so that a window drawn
+    // directly (nobody reads its picture back) is covered; windows with
+    // their own presentation thread: test_screen_vsync.cpp.
+    void SetUp() override
+    {
+        ScreenTest::SetUp();
+        ScreenService::getInstance().setPresentation(ScreenService::Presentation::Immediate);
+    }
+
+    void TearDown() override
+    {
+        ScreenTest::TearDown();
+        ScreenService::getInstance().setPresentation(ScreenService::Presentation::Auto);
+    }
+
     ScreenWidget* openWindow(int id, int width = 320, int height = 180)
     {
         ScreenInfo info;

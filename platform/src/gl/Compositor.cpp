@@ -126,7 +126,8 @@ void Compositor::screenOpened(ScreenWidget* widget)
     if (sharedContext()) {
         const ScreenService::Presentation asked = ScreenService::getInstance().presentation();
         const bool vsync = asked == ScreenService::Presentation::Vsync
-            || (asked == ScreenService::Presentation::Auto && !softwareRenderer());
+            || (asked == ScreenService::Presentation::Auto
+                && QOpenGLContext::supportsThreadedOpenGL());
         screen->surface = std::make_unique<ScreenSurface>(widget->info(), [this, widget] {
             if (Screen* s = screenFor(widget))
                 s->forced = true;

@@ -14,7 +14,9 @@
 //    virtualScreen layer showing it) takes them straight into its own
 //    framebuffer, and its output framebuffer is drawn only when a picture is
 //    asked for (grab). A layer alone on a screen, plain and 1:1, is copied
-//    there (FrameCopy.h).
+//    there (FrameCopy.h). A window presented with vsync always takes its
+//    picture from the output framebuffer, through its own presentation
+//    thread (WindowPresenter.h): the compositor never waits for a refresh.
 // Ticks are asked for (requestFrame) by frame sources with new frames, by
 // render objects whose settings change, by effect and screen changes and by
 // window exposes, and run at most once per refresh interval of the displays

@@ -22,7 +22,6 @@ struct SharedGl
 {
     bool tried = false;                         // GUI thread
     std::atomic<bool> abandoned{false};         // set on the GUI thread; the display is gone
-    bool software = false;                      // GUI thread; a CPU rasteriser draws
     std::unique_ptr<QOffscreenSurface> surface; // GUI thread
     std::unique_ptr<QOpenGLContext> context;    // GUI thread
 };
@@ -99,12 +98,8 @@ bool makeShared(SharedGl& gl)
         gl.context->functions()->glGetString(GL_VERSION));
     const auto* renderer = reinterpret_cast<const char*>(
         gl.context->functions()->glGetString(GL_RENDERER));
-    const QByteArray rendererName(renderer ? renderer : "");
-    // Mesa's CPU rasterisers: no display refresh to wait for behind them.
-    gl.software = rendererName.contains("llvmpipe") || rendererName.contains("softpipe")
-        || rendererName.contains("swrast") || rendererName.contains("SWR");
     qDebug() << "compositor: OpenGL" << (version ? version : "(unknown)") << "on"
-             << rendererName.constData();
+             << (renderer ? renderer : "(unknown)");
     return true;
 }
 
@@ -142,11 +137,6 @@ void resetDrawState(QOpenGLContext* context)
     gl->glDisable(GL_CULL_FACE);
     gl->glDisable(GL_STENCIL_TEST);
     gl->glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
-}
-
-bool softwareRenderer()
-{
-    return sharedContext() && shared().software;
 }
 
 bool glAbandoned()

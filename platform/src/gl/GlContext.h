@@ -29,10 +29,6 @@ QOpenGLContext* sharedContext();
 /// buffers, scissor, depth test, culling. Call before drawing.
 void resetDrawState(QOpenGLContext* context);
 
-/// Whether the context draws on the CPU (Mesa's llvmpipe, softpipe,
-/// swrast): there is no display refresh to synchronise windows to.
-bool softwareRenderer();
-
 /// Whether abandonSharedContext() was called (any thread).
 bool glAbandoned();
 
