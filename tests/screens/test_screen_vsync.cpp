@@ -1,7 +1,9 @@
 // Windows presented with vsync by a thread of their own: what the X server
 // shows in each window is the screen's picture, also as new frames come
 // faster than a window takes them, with several windows at once, and when a
-// window closes while its thread presents.
+// window closes while its thread presents. Run in one process under Qt's xcb
+// platform (tests/CMakeLists.txt), so that no other test's window covers
+// these and the X server's picture of a window is what it shows.
 #include "ScreenFixture.h"
 #include "ScreenMedia.h"
 

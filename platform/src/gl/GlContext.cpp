@@ -2,6 +2,7 @@
 
 #include "VideoFrameSource.h"
 #include "gl/Compositor.h"
+#include "gl/WindowPresenter.h"
 
 #include <QDebug>
 #include <QGuiApplication>
@@ -47,6 +48,8 @@ void releaseShared()
     SharedGl& gl = shared();
     if (gl.abandoned)
         return;
+    // Windows' presentation threads use the share group: they stop first.
+    WindowPresenter::stopAll();
     if (gl.context)
         gl.context->doneCurrent();
     gl.context.reset();

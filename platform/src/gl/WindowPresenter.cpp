@@ -7,8 +7,16 @@
 #include <QOpenGLExtraFunctions>
 #include <QOpenGLFunctions>
 #include <QWindow>
+#include <set>
 
 namespace kelmor::gl {
+
+namespace {
+
+std::mutex g_liveMutex;                  // guards g_live
+std::set<WindowPresenter*> g_live;       // presenters whose thread may run
+
+} // namespace
 
 WindowPresenter::WindowPresenter(QWindow* window)
     : m_window(window)
@@ -34,6 +42,10 @@ WindowPresenter::WindowPresenter(QWindow* window)
     m_context->moveToThread(this);
     m_valid = true;
     setObjectName(QStringLiteral("present:%1").arg(window->title()));
+    {
+        std::lock_guard<std::mutex> lock(g_liveMutex);
+        g_live.insert(this);
+    }
     start(QThread::HighPriority);
 }
 
@@ -41,19 +53,41 @@ WindowPresenter::~WindowPresenter()
 {
     if (!m_valid)
         return;
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        m_stop = true;
-    }
-    m_wake.notify_all();
-    wait();
-    // A picture never taken leaves its fence behind.
+    stop();
+    // A picture never taken leaves its fence behind (freed only while the
+    // compositor's context exists).
     if (sharedContext()) {
         dropFence(m_next);
         for (void* fence : m_orphanFences)
             QOpenGLContext::currentContext()->extraFunctions()->glDeleteSync(
                 static_cast<GLsync>(fence));
     }
+    m_orphanFences.clear();
+}
+
+void WindowPresenter::stop()
+{
+    {
+        std::lock_guard<std::mutex> lock(g_liveMutex);
+        g_live.erase(this);
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    wait();
+}
+
+void WindowPresenter::stopAll()
+{
+    std::set<WindowPresenter*> live;
+    {
+        std::lock_guard<std::mutex> lock(g_liveMutex);
+        live.swap(g_live);
+    }
+    for (WindowPresenter* presenter : live)
+        presenter->stop();
 }
 
 void WindowPresenter::dropFence(Job& job)

@@ -59,6 +59,13 @@ public:
     /// Whether the presenter holds `texture` now (showing it or about to).
     bool holds(unsigned texture) const;
 
+    /// Stops the thread after the swap under way; its context and GL objects
+    /// are freed. Nothing is presented afterwards. Idempotent.
+    void stop();
+    /// Stops every presenter's thread: the GL platform is about to go (the
+    /// application object's end), no presentation thread may outlive it.
+    static void stopAll();
+
     /// Pictures swapped onto the window so far.
     quint64 presented() const { return m_presented.load(); }
     /// Pictures replaced by a newer one before they were taken.
