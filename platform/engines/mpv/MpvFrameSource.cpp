@@ -89,7 +89,7 @@ void MpvFrameSource::setPictureSize(const QSize& size)
 bool MpvFrameSource::pollFrameDue()
 {
     if (mpv_render_context_update(m_render) & MPV_RENDER_UPDATE_FRAME)
-        m_frameDue = true;
+        m_frameDue = m_frameSeen = true;
     return m_frameDue;
 }
 
@@ -105,6 +105,8 @@ void MpvFrameSource::discardPendingFrame()
     m_pending.store(false);
     m_engineDrops = 0; // nothing shows this source: nothing was due on a screen
     const uint64_t flags = mpv_render_context_update(m_render);
+    if (flags & MPV_RENDER_UPDATE_FRAME)
+        m_frameSeen = true;
     if (m_frameDue || (flags & MPV_RENDER_UPDATE_FRAME))
         skipFrame();
 }
@@ -150,6 +152,8 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
     }
     // Ask libmpv whether a new frame is due; this also lets it go on.
     const uint64_t flags = mpv_render_context_update(m_render);
+    if (flags & MPV_RENDER_UPDATE_FRAME)
+        m_frameSeen = true;
     if (m_pictureSize.isEmpty()) {
         // No video (yet): nothing to draw, but libmpv waits for its frames to
         // be taken, so a due one is taken undrawn.
@@ -167,6 +171,13 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
         }
         m_gate->remove(this);
         m_gate.reset();
+    }
+    if (!m_frameSeen) {
+        // The picture's size is known before its first frame has reached
+        // libmpv's video output (a decoder still working its way to a
+        // play-ready's position): a render now would only clear the texture
+        // black and hand that out as a picture.
+        return FrameTexture();
     }
     const QSize size = wanted.boundedTo(m_pictureSize).expandedTo(QSize(2, 2));
     const bool resized = !m_target || m_target->size() != size;

@@ -84,6 +84,7 @@ private:
     quint64 m_serial = 0;
     bool m_hasFrame = false;                // m_target holds a rendered frame
     bool m_frameDue = false;                // libmpv said a new frame is due, not rendered yet
+    bool m_frameSeen = false;               // libmpv has had a frame for this source at all
     quint64 m_engineDrops = 0;              // dropped by libmpv, not yet reported
     std::shared_ptr<MpvStartGate> m_gate;   // while the layer's start is gated
 };

@@ -77,6 +77,9 @@ void WindowPresenter::stop()
     }
     m_wake.notify_all();
     wait();
+    // Everything the thread did happens before what follows (also for tools
+    // that cannot see into QThread::wait).
+    std::lock_guard<std::mutex> lock(m_mutex);
 }
 
 void WindowPresenter::stopAll()
@@ -172,12 +175,14 @@ void WindowPresenter::run()
     if (glAbandoned()) {
         // The display is gone: no GL call may reach it. The OS takes the
         // context back with the process.
+        std::lock_guard<std::mutex> lock(m_mutex);
         static_cast<void>(m_context.release());
         return;
     }
     if (m_readFramebuffer && m_context->makeCurrent(m_window))
         m_context->functions()->glDeleteFramebuffers(1, &m_readFramebuffer);
     m_context->doneCurrent();
+    std::lock_guard<std::mutex> lock(m_mutex);
     m_context.reset();
 }
 
