@@ -574,24 +574,9 @@ void Compositor::fillPreviews()
                 requestFrame(); // not yet: come back for it
             continue;
         }
-        const QSize size = previewSize(preview);
-        if (!memo.target || memo.target->size() != size) {
-            QOpenGLFramebufferObjectFormat format;
-            format.setInternalTextureFormat(GL_RGBA8);
-            memo.target = std::make_shared<QOpenGLFramebufferObject>(size, format);
-            QtAV::RenderDrawState whole;
-            whole.revision = 1;
-            whole.geometry = QRect(QPoint(0, 0), size);
-            memo.placement = placementFor(whole, QSizeF(size));
-        }
-        memo.target->bind();
-        QOpenGLContext::currentContext()->functions()->glClearColor(0, 0, 0, 1);
-        QOpenGLContext::currentContext()->functions()->glClear(GL_COLOR_BUFFER_BIT);
-        m_painter.draw(memo.placement, use->texture, size, 1.f, LayerEffects());
-        memo.target->release();
+        showInPreview(preview, memo, use->texture);
         memo.serial = source->serial();
         memo.lastAt = now;
-        preview->setPicture(memo.target->toImage(true).convertToFormat(QImage::Format_RGB32));
     }
 }
 
@@ -614,29 +599,34 @@ void Compositor::fillScreenPreviews()
             requestFrame(); // not yet: come back for it
             continue;
         }
-        const QSize size = previewSize(preview);
-        if (!memo.target || memo.target->size() != size) {
-            QOpenGLFramebufferObjectFormat format;
-            format.setInternalTextureFormat(GL_RGBA8);
-            memo.target = std::make_shared<QOpenGLFramebufferObject>(size, format);
-            QtAV::RenderDrawState whole;
-            whole.revision = 1;
-            whole.geometry = QRect(QPoint(0, 0), size);
-            memo.placement = placementFor(whole, QSizeF(size));
-        }
         ensureOutput(*screen); // its last picture may have gone to its window only
         QOpenGLFramebufferObject* out = screen->surface->output();
-        const QtAV::FrameTexture picture{out->texture(), out->size(), true};
-        memo.target->bind();
-        QOpenGLContext::currentContext()->functions()->glClearColor(0, 0, 0, 1);
-        QOpenGLContext::currentContext()->functions()->glClear(GL_COLOR_BUFFER_BIT);
-        m_painter.draw(memo.placement, picture, size, 1.f, LayerEffects());
-        memo.target->release();
+        showInPreview(preview, memo, QtAV::FrameTexture{out->texture(), out->size(), true});
         memo.screen = screen;
         memo.serial = screen->draws;
         memo.lastAt = now;
-        preview->setPicture(memo.target->toImage(true).convertToFormat(QImage::Format_RGB32));
     }
+}
+
+void Compositor::showInPreview(QtAV::PreviewRenderer* preview, PreviewMemo& memo,
+                               const QtAV::FrameTexture& picture)
+{
+    const QSize size = previewSize(preview);
+    if (!memo.target || memo.target->size() != size) {
+        QOpenGLFramebufferObjectFormat format;
+        format.setInternalTextureFormat(GL_RGBA8);
+        memo.target = std::make_shared<QOpenGLFramebufferObject>(size, format);
+        QtAV::RenderDrawState whole;
+        whole.revision = 1;
+        whole.geometry = QRect(QPoint(0, 0), size);
+        memo.placement = placementFor(whole, QSizeF(size));
+    }
+    memo.target->bind();
+    QOpenGLContext::currentContext()->functions()->glClearColor(0, 0, 0, 1);
+    QOpenGLContext::currentContext()->functions()->glClear(GL_COLOR_BUFFER_BIT);
+    m_painter.draw(memo.placement, picture, size, 1.f, LayerEffects());
+    memo.target->release();
+    preview->setPicture(memo.target->toImage(true).convertToFormat(QImage::Format_RGB32));
 }
 
 void Compositor::previewGone(QtAV::PreviewRenderer* preview)

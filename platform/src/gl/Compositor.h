@@ -204,6 +204,10 @@ private:
         const void* screen = nullptr; // a screen preview: the Screen it last showed
     };
     QHash<QtAV::PreviewRenderer*, PreviewMemo> m_previews;
+    /// Draws `picture` over the whole of the preview's target (made or
+    /// resized to the preview's size) and hands the preview the result.
+    void showInPreview(QtAV::PreviewRenderer* preview, PreviewMemo& memo,
+                       const QtAV::FrameTexture& picture);
     LayerPainter m_painter;
     FrameCopy m_copy;
     ScreenPostPass m_post;
