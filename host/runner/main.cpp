@@ -79,7 +79,7 @@ int main(int argc, char** argv)
         return 0;
     }
     if (options.version) {
-        std::printf("kelmor-show 0.1.0\n");
+        std::printf("kelmor-show %s\n", KELMOR_SHOW_VERSION);
         return 0;
     }
     if (options.showPath.isEmpty() && !options.readStdin && options.listenPort < 0 && options.oscPort < 0

@@ -1,10 +1,11 @@
-// The command line: help, usage errors, --strict and variables.
+// The command line: help, the version, usage errors, --strict and variables.
 #include "RunnerHarness.h"
 #include "ShowText.h"
 
 #include <QProcess>
 #include <QRegularExpression>
 #include <gtest/gtest.h>
+#include <string>
 
 using namespace runner_test;
 
@@ -33,6 +34,16 @@ TEST(RunnerCli, HelpIsAManualPageListingEveryStepAndOperation)
                               "timer.setRepeat(layer, count: int)", "--listen-address", "--strict",
                               "--position-interval"})
         EXPECT_TRUE(text.contains(QLatin1String(entry))) << entry;
+}
+
+TEST(RunnerCli, VersionIsTheOneTheBuildComputed)
+{
+    QProcess version;
+    version.start(showBinary(), {QStringLiteral("--version")});
+    ASSERT_TRUE(version.waitForFinished(20000));
+    EXPECT_EQ(version.exitCode(), 0);
+    EXPECT_EQ(version.readAllStandardOutput().toStdString(),
+              std::string("kelmor-show " KELMOR_EXPECTED_SHOW_VERSION "\n"));
 }
 
 TEST(RunnerCli, UsageErrorsExitWithOne)
