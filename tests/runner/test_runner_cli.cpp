@@ -46,6 +46,38 @@ TEST(RunnerCli, VersionIsTheOneTheBuildComputed)
               std::string("kelmor-show " KELMOR_EXPECTED_SHOW_VERSION "\n"));
 }
 
+// Every way of giving steps, as the "nothing to run" refusal must name them.
+const char* const kStepSourceOptions[] = {"show file", "- (stdin)", "--listen PORT", "--osc-port PORT",
+                                          "--http PORT"};
+
+TEST(RunnerCli, NothingToRunNamesEveryWayOfGivingSteps)
+{
+    const ShowRun run = runArgs({QStringLiteral("--ao"), QStringLiteral("null")}, freshWorkDir(QStringLiteral("cli-nothing")));
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("nothing to run"))) << run.errText.toStdString();
+    for (const char* source : kStepSourceOptions)
+        EXPECT_TRUE(run.errText.contains(QLatin1String(source))) << source << " in " << run.errText.toStdString();
+}
+
+TEST(RunnerCli, TimecodeInputAloneIsRefusedSayingThatStepsMakeTheLayers)
+{
+    // The timecode only drives layers that steps made and told to chase it;
+    // without a step source nothing could ever chase it and nothing would
+    // end the run.
+    const QString dir = freshWorkDir(QStringLiteral("cli-ltc-alone"));
+    const ShowRun run = runArgs({QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--ltc-input"),
+                                 dir + QStringLiteral("/ltc.wav")},
+                                dir, 20000);
+    ASSERT_TRUE(run.finished) << "a run with only a timecode input did not end";
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("nothing to run"))) << run.errText.toStdString();
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("--ltc-input"))) << run.errText.toStdString();
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("chase"))) << run.errText.toStdString();
+    for (const char* source : kStepSourceOptions)
+        EXPECT_TRUE(run.errText.contains(QLatin1String(source))) << source << " in " << run.errText.toStdString();
+}
+
 TEST(RunnerCli, UsageErrorsExitWithOne)
 {
     const QString dir = freshWorkDir(QStringLiteral("cli-usage"));
