@@ -4,15 +4,14 @@
 #                      same version
 # Dependencies on system libraries are computed by dpkg-shlibdeps. The
 # version is the project's, with the commit's date and hash where the
-# sources are a git checkout (KelmorVersion.cmake).
+# sources are a git checkout (KelmorVersion.cmake), as the top-level
+# CMakeLists.txt computed it into KELMOR_PACKAGE_VERSION.
 #
 # SONAME policy: each library's SONAME carries the project's major version
 # (libKelmorPlayer.so.0). A change that breaks the ABI (a removed or changed
 # exported symbol, a changed class layout of a public header) bumps the
 # project's major version, hence the SONAME, the CMake package's
 # compatibility (SameMajorVersion) and the libraries' file names.
-include(${CMAKE_CURRENT_LIST_DIR}/KelmorVersion.cmake)
-kelmor_package_version(KELMOR_PACKAGE_VERSION ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kelmor-player)

@@ -118,7 +118,9 @@ OPTIONS
     --steps-per-turn N   Steps run per event-loop turn (default 64).
     --no-progress        No progress line on stderr.
     -h, --help           This text.
-    --version            The version.
+    --version            The version: the packages' version, with the
+                         commit's date and hash when built from a git
+                         checkout.
 
 STEPS
     A step is {"op": NAME, ...} on one line; blank lines and lines starting

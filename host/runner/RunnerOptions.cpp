@@ -193,3 +193,16 @@ bool parseRunnerOptions(const QStringList& args, RunnerOptions& o, QString& erro
     }
     return true;
 }
+
+QString nothingToRunReason(const RunnerOptions& o)
+{
+    if (!o.showPath.isEmpty() || o.readStdin || o.listenPort >= 0 || o.oscPort >= 0 || o.httpPort >= 0)
+        return QString();
+    const QString sources =
+        QStringLiteral("a show file, - (stdin), --listen PORT, --osc-port PORT or --http PORT");
+    if (!o.ltcInput.isEmpty())
+        return QStringLiteral("nothing to run: --ltc-input only gives the timecode; the layers and the "
+                              "\"chase\" steps that make them follow it come from %1")
+            .arg(sources);
+    return QStringLiteral("nothing to run: give steps from %1").arg(sources);
+}

@@ -45,3 +45,10 @@ struct RunnerOptions
 
 /// Parses argv[1..]. On a usage error returns false and sets `error`.
 bool parseRunnerOptions(const QStringList& args, RunnerOptions& options, QString& error);
+
+/// Why these options give the runner nothing to run: empty when they name a
+/// step source (a show file, standard input, --listen, --osc-port or
+/// --http). Layers, and the chase steps that tie them to --ltc-input's
+/// timecode, only ever come as steps, so a timecode input alone is refused
+/// too, with a message that says so.
+QString nothingToRunReason(const RunnerOptions& options);

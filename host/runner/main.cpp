@@ -81,12 +81,12 @@ int main(int argc, char** argv)
         return 0;
     }
     if (options.version) {
-        std::printf("kelmor-show 0.1.0\n");
+        std::printf("kelmor-show %s\n", KELMOR_SHOW_VERSION);
         return 0;
     }
-    if (options.showPath.isEmpty() && !options.readStdin && options.listenPort < 0 && options.oscPort < 0
-        && options.httpPort < 0) {
-        console::note(QStringLiteral("nothing to run: give a show file, - (stdin) or --listen PORT (see --help)"));
+    const QString nothingToRun = nothingToRunReason(options);
+    if (!nothingToRun.isEmpty()) {
+        console::note(nothingToRun + QStringLiteral(" (see --help)"));
         return 1;
     }
 

@@ -4,18 +4,15 @@
 // consumers, and the private daemon started by the test main.
 #pragma once
 
-#include "../screens/ScreenFixture.h"
+#include "../screens/ModuleLayerFixture.h"
 #include "GstPipeline.h"
 #include "PrivatePipeWire.h"
 #include "ScenePlayer.h"
 #include "SpoutNode.h"
-#include "TestAccess.h"
-#include "UI_Proc_KELMOR_Player_Desktop.h"
-#include "UI_Proc_KELMOR_PlayersManage_Desktop.h"
 
 #include <QAtomicInt>
 
-class PipeWireTest : public ScreenTest
+class PipeWireTest : public ModuleLayerTest
 {
 public:
     static PrivatePipeWire& daemon()
@@ -25,57 +22,23 @@ public:
     }
 
 protected:
-    using Service = UI_Proc_KELMOR_Player_Desktop;
-    using Registry = UI_Proc_KELMOR_PlayersManage_Desktop;
-    static constexpr int kBank = 1;
-
-    static Service& service() { return Service::getInstance(); }
-    static Registry& reg() { return Registry::getInstance(); }
-
-    void SetUp() override
-    {
-        ScreenTest::SetUp();
-        ASSERT_TRUE(RegistryTestAccess::map(reg()).isEmpty()) << "a previous test left layers behind";
-    }
-
     void TearDown() override
     {
         m_pipelines.clear();
-        for (const auto& [layer, screen] : m_layerScreens)
-            service().delLayerAllRenderer(kBank, layer, true);
-        reg().clearAllPlayer();
-        EXPECT_TRUE(waitUntil([this] {
-            for (const QPointer<QtAV::AVPlayer>& p : m_layerPlayers) {
-                if (p)
-                    return false;
-            }
-            return true;
-        })) << "a released player was not deleted";
+        EXPECT_TRUE(endLayers()) << "a released player was not deleted";
         processEvents();
         for (int id : {1, 2})
             ScreenService::getInstance().unpublishScreen(id);
-        ScreenTest::TearDown();
+        ModuleLayerTest::TearDown();
     }
 
     /// A "spout" layer of `source` on screen `screenId`, filling `geometry`
     /// (the picture's design size is 320x180), playing.
     QtAV::AVPlayer* spoutLayer(int layerId, const QString& source, int screenId, const QRect& geometry)
     {
-        Record record;
-        record["layerId"] = layerId;
-        record["bankId"] = kBank;
-        record["path"] = source;
-        record["groupID"] = 9;
-        record["type"] = QStringLiteral("spout");
-        record["timeLenMsec"] = 600000;
-        record["isSetPr"] = false;
-        service().creatnewlayer(record);
-        QtAV::AVPlayer* player = reg().getplayerByID(layerId, kBank);
+        QtAV::AVPlayer* player = makeLayer(layerId, QStringLiteral("spout"), source, 600000);
         if (!player)
             return nullptr;
-        m_layerPlayers << QPointer<QtAV::AVPlayer>(player);
-        m_layerScreens.append({layerId, screenId});
-        service().setLayerMediaType(player, QStringLiteral("spout"));
         Record renderer = screenOneRendererRecord(kBank, layerId, geometry);
         renderer["screenId"] = screenId;
         service().addRenderer(renderer);
@@ -179,6 +142,4 @@ protected:
     }
 
     std::vector<std::unique_ptr<GstPipeline>> m_pipelines;
-    QList<QPointer<QtAV::AVPlayer>> m_layerPlayers;
-    QList<QPair<int, int>> m_layerScreens; // (layer, screen)
 };

@@ -54,7 +54,7 @@ TEST_F(SpoutLifecycle, LayerDeletedWhileFramesFlow)
         reg().deleteplayerByID(record);
         EXPECT_TRUE(waitUntil([&] { return watched.isNull(); })) << "the deleted layer's player stays";
         EXPECT_TRUE(waitForBlack(1, kWhole, 3000));
-        m_layerScreens.clear();
+        forgetLayer(2);
     }
 }
 

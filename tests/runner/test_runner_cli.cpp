@@ -1,10 +1,11 @@
-// The command line: help, usage errors, --strict and variables.
+// The command line: help, the version, usage errors, --strict and variables.
 #include "RunnerHarness.h"
 #include "ShowText.h"
 
 #include <QProcess>
 #include <QRegularExpression>
 #include <gtest/gtest.h>
+#include <string>
 
 using namespace runner_test;
 
@@ -33,6 +34,48 @@ TEST(RunnerCli, HelpIsAManualPageListingEveryStepAndOperation)
                               "timer.setRepeat(layer, count: int)", "--listen-address", "--strict",
                               "--position-interval"})
         EXPECT_TRUE(text.contains(QLatin1String(entry))) << entry;
+}
+
+TEST(RunnerCli, VersionIsTheOneTheBuildComputed)
+{
+    QProcess version;
+    version.start(showBinary(), {QStringLiteral("--version")});
+    ASSERT_TRUE(version.waitForFinished(20000));
+    EXPECT_EQ(version.exitCode(), 0);
+    EXPECT_EQ(version.readAllStandardOutput().toStdString(),
+              std::string("kelmor-show " KELMOR_EXPECTED_SHOW_VERSION "\n"));
+}
+
+// Every way of giving steps, as the "nothing to run" refusal must name them.
+const char* const kStepSourceOptions[] = {"show file", "- (stdin)", "--listen PORT", "--osc-port PORT",
+                                          "--http PORT"};
+
+TEST(RunnerCli, NothingToRunNamesEveryWayOfGivingSteps)
+{
+    const ShowRun run = runArgs({QStringLiteral("--ao"), QStringLiteral("null")}, freshWorkDir(QStringLiteral("cli-nothing")));
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("nothing to run"))) << run.errText.toStdString();
+    for (const char* source : kStepSourceOptions)
+        EXPECT_TRUE(run.errText.contains(QLatin1String(source))) << source << " in " << run.errText.toStdString();
+}
+
+TEST(RunnerCli, TimecodeInputAloneIsRefusedSayingThatStepsMakeTheLayers)
+{
+    // The timecode only drives layers that steps made and told to chase it;
+    // without a step source nothing could ever chase it and nothing would
+    // end the run.
+    const QString dir = freshWorkDir(QStringLiteral("cli-ltc-alone"));
+    const ShowRun run = runArgs({QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--ltc-input"),
+                                 dir + QStringLiteral("/ltc.wav")},
+                                dir, 20000);
+    ASSERT_TRUE(run.finished) << "a run with only a timecode input did not end";
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("nothing to run"))) << run.errText.toStdString();
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("--ltc-input"))) << run.errText.toStdString();
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("chase"))) << run.errText.toStdString();
+    for (const char* source : kStepSourceOptions)
+        EXPECT_TRUE(run.errText.contains(QLatin1String(source))) << source << " in " << run.errText.toStdString();
 }
 
 TEST(RunnerCli, UsageErrorsExitWithOne)

@@ -3,57 +3,35 @@
 // event loop instead of waiting for libmpv on the GUI thread, the players
 // are still released and deleted, nothing of their render contexts is left,
 // and the layers that stay keep being drawn.
-#include "ScreenFixture.h"
+#include "ModuleLayerFixture.h"
 #include "ScreenMedia.h"
 #include "MpvFrameSource.h"
-#include "TestAccess.h"
-#include "UI_Proc_KELMOR_Player_Desktop.h"
-#include "UI_Proc_KELMOR_PlayersManage_Desktop.h"
 
 #include <QElapsedTimer>
 
 namespace {
 
-class ScreenReleaseTest : public ScreenTest
+class ScreenReleaseTest : public ModuleLayerTest
 {
 protected:
-    using Service = UI_Proc_KELMOR_Player_Desktop;
-    using Registry = UI_Proc_KELMOR_PlayersManage_Desktop;
-
-    static constexpr int kBank = 1;
     // A functional bound on one deleteplayerByID call, far above its own
     // work and far below libmpv's wait for an undrawn frame (about 200 ms),
     // which the GUI thread must never sit through.
     static constexpr qint64 kDeleteBoundMs = 50;
     static constexpr int kReleaseWait = 5000;
 
-    static Service& service() { return Service::getInstance(); }
-    static Registry& reg() { return Registry::getInstance(); }
-
     void SetUp() override
     {
-        ScreenTest::SetUp();
-        ASSERT_TRUE(RegistryTestAccess::map(reg()).isEmpty()) << "a previous test left layers behind";
+        ModuleLayerTest::SetUp();
+        if (HasFatalFailure())
+            return;
         m_contextsBefore = QtAV::MpvFrameSource::liveRenderContexts();
     }
 
     void TearDown() override
     {
-        for (int layerId : m_layerIds)
-            service().delLayerAllRenderer(kBank, layerId, true);
-        reg().clearAllPlayer();
-        EXPECT_TRUE(waitUntil([this] { return allGone(m_layerPlayers); }))
-            << "a released player was not deleted";
-        ScreenTest::TearDown();
-    }
-
-    static bool allGone(const QList<QPointer<QtAV::AVPlayer>>& players)
-    {
-        for (const QPointer<QtAV::AVPlayer>& p : players) {
-            if (p)
-                return false;
-        }
-        return true;
+        EXPECT_TRUE(endLayers()) << "a released player was not deleted";
+        ModuleLayerTest::TearDown();
     }
 
     /// A layer made as the host makes it (creatnewlayer, its media type, a
@@ -61,21 +39,9 @@ protected:
     QtAV::AVPlayer* playingLayer(int layerId, const QString& type, const QString& path,
                                  const QRect& geometry)
     {
-        Record record;
-        record["layerId"] = layerId;
-        record["bankId"] = kBank;
-        record["path"] = path;
-        record["groupID"] = 9;
-        record["type"] = type;
-        record["timeLenMsec"] = 600000;
-        record["isSetPr"] = false;
-        service().creatnewlayer(record);
-        QtAV::AVPlayer* player = reg().getplayerByID(layerId, kBank);
+        QtAV::AVPlayer* player = makeLayer(layerId, type, path, 600000);
         if (!player)
             return nullptr;
-        m_layerIds << layerId;
-        m_layerPlayers << QPointer<QtAV::AVPlayer>(player);
-        service().setLayerMediaType(player, type);
         service().addRenderer(rendererRecord(layerId, geometry));
         if (type == QLatin1String("video"))
             service().setRepeat(player, -1); // still playing whenever it is deleted
@@ -113,12 +79,10 @@ protected:
         held.start();
         reg().deleteplayerByID(record);
         const qint64 ms = held.elapsed();
-        m_layerIds.removeAll(layerId);
+        forgetLayer(layerId);
         return ms;
     }
 
-    QList<int> m_layerIds;
-    QList<QPointer<QtAV::AVPlayer>> m_layerPlayers;
     int m_contextsBefore = 0;
 };
 
@@ -182,11 +146,7 @@ TEST_F(ScreenReleaseTest, ClearingAllLayersFreesEveryRenderContext)
     ASSERT_TRUE(waitForFrames(video, 5)) << "the clip does not play";
     EXPECT_EQ(QtAV::MpvFrameSource::liveRenderContexts(), m_contextsBefore + 2);
 
-    for (int layerId : m_layerIds)
-        service().delLayerAllRenderer(kBank, layerId, true);
-    m_layerIds.clear();
-    reg().clearAllPlayer();
-    EXPECT_TRUE(waitUntil([this] { return allGone(m_layerPlayers); }, kReleaseWait));
+    EXPECT_TRUE(endLayers(kReleaseWait));
     EXPECT_EQ(QtAV::MpvFrameSource::liveRenderContexts(), m_contextsBefore);
 }
 

@@ -6,44 +6,25 @@
 // The service and the registry are process-wide: every test removes its
 // layers' render objects, ends its layers and waits until their players are
 // deleted before the screens close.
-#include "ScreenFixture.h"
+#include "ModuleLayerFixture.h"
 #include "ScreenMedia.h"
 #include "ScenePlayer.h"
-#include "TestAccess.h"
-#include "UI_Proc_KELMOR_Player_Desktop.h"
-#include "UI_Proc_KELMOR_PlayersManage_Desktop.h"
 #include "gl/WarpGeometry.h"
 
-class ScreenServiceCommandsTest : public ScreenTest
+class ScreenServiceCommandsTest : public ModuleLayerTest
 {
 protected:
-    using Service = UI_Proc_KELMOR_Player_Desktop;
-    using Registry = UI_Proc_KELMOR_PlayersManage_Desktop;
-
-    static constexpr int kBank = 1;
-
-    static Service& service() { return Service::getInstance(); }
-    static Registry& reg() { return Registry::getInstance(); }
-
     void SetUp() override
     {
-        ScreenTest::SetUp();
-        ASSERT_TRUE(RegistryTestAccess::map(reg()).isEmpty()) << "a previous test left layers behind";
+        ModuleLayerTest::SetUp();
+        if (HasFatalFailure())
+            return;
         ServiceTestAccess::scaleRatio(service()).clear();
     }
 
     void TearDown() override
     {
-        for (int layerId : m_layerIds)
-            service().delLayerAllRenderer(kBank, layerId, true);
-        reg().clearAllPlayer();
-        EXPECT_TRUE(waitUntil([this] {
-            for (const QPointer<QtAV::AVPlayer>& p : m_layerPlayers) {
-                if (p)
-                    return false;
-            }
-            return true;
-        })) << "a released player was not deleted";
+        EXPECT_TRUE(endLayers()) << "a released player was not deleted";
         for (QtAV::VideoRenderer* orphan : m_orphans) {
             for (ScreenWidget* w : ScreenService::getInstance().widgetList())
                 w->removeRender(dynamic_cast<QtAV::NoxOpenGLRender*>(orphan));
@@ -51,7 +32,7 @@ protected:
         }
         processEvents();
         ServiceTestAccess::scaleRatio(service()).clear();
-        ScreenTest::TearDown();
+        ModuleLayerTest::TearDown();
     }
 
     /// A still layer of the quadrant picture (320 x 180), made as the host
@@ -61,22 +42,7 @@ protected:
         const QString picture = ScreenMedia::quadrantPicture();
         if (picture.isEmpty())
             return nullptr;
-        Record record;
-        record["layerId"] = layerId;
-        record["bankId"] = kBank;
-        record["path"] = picture;
-        record["groupID"] = 9;
-        record["type"] = QStringLiteral("picture");
-        record["timeLenMsec"] = 1000;
-        record["isSetPr"] = false;
-        service().creatnewlayer(record);
-        QtAV::AVPlayer* player = reg().getplayerByID(layerId, kBank);
-        if (player) {
-            m_layerIds << layerId;
-            m_layerPlayers << QPointer<QtAV::AVPlayer>(player);
-            service().setLayerMediaType(player, QStringLiteral("picture"));
-        }
-        return player;
+        return makeLayer(layerId, QStringLiteral("picture"), picture, 1000);
     }
 
     /// The screen-identity keys of screen 1 for a layer.
@@ -111,8 +77,6 @@ protected:
         return true;
     }
 
-    QList<int> m_layerIds;
-    QList<QPointer<QtAV::AVPlayer>> m_layerPlayers;
     QList<QtAV::VideoRenderer*> m_orphans; // render objects of layers ended by the test
 };
 

@@ -1,5 +1,7 @@
 #include "pipewire/PwVideoPublisher.h"
 
+#include "pipewire/PwStreamClient.h"
+
 #include <QDebug>
 
 #include <pipewire/pipewire.h>
@@ -12,16 +14,10 @@
 
 namespace kelmor::pipewire {
 
-struct PwVideoPublisher::Hooks
-{
-    spa_hook stream{};
-    pw_stream_events events{};
-};
-
 PwVideoPublisher::PwVideoPublisher(const QString& nodeName, QSize size, int rate,
                                    std::function<void(bool)> consumerChanged)
     : m_name(nodeName), m_label(QStringLiteral("publish %1").arg(nodeName)), m_size(size), m_rate(rate > 0 ? rate : 60),
-      m_consumerChanged(std::move(consumerChanged)), m_hooks(new Hooks)
+      m_consumerChanged(std::move(consumerChanged)), m_hooks(new StreamHooks)
 {
     m_hooks->events.version = PW_VERSION_STREAM_EVENTS;
     m_hooks->events.state_changed = [](void* data, pw_stream_state, pw_stream_state state,
@@ -35,14 +31,10 @@ PwVideoPublisher::PwVideoPublisher(const QString& nodeName, QSize size, int rate
 
 PwVideoPublisher::~PwVideoPublisher()
 {
-    if (m_session) {
-        m_session->lock();
+    leaveSession(m_session, this, [this] {
         m_closing = true;
         destroyStream();
-        m_session->unlock();
-        m_session->removeClient(this);
-        m_session.reset(); // the last holder stops the session's thread
-    }
+    });
     delete m_hooks;
 }
 
@@ -102,11 +94,8 @@ void PwVideoPublisher::disconnected()
 
 void PwVideoPublisher::destroyStream()
 {
-    if (!m_stream)
+    if (!destroyListenedStream(m_stream, *m_hooks))
         return;
-    spa_hook_remove(&m_hooks->stream);
-    pw_stream_destroy(m_stream);
-    m_stream = nullptr;
     m_formatSet = false;
     if (m_streaming.exchange(false) && m_consumerChanged && !m_closing)
         m_consumerChanged(false);

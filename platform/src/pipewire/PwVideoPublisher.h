@@ -31,6 +31,8 @@ struct spa_pod;
 
 namespace kelmor::pipewire {
 
+struct StreamHooks;
+
 /// Exported for the benchmark's producer (bench/pipewire_bench.cpp).
 class KELMOR_PLATFORM_EXPORT PwVideoPublisher : private PwSession::Client
 {
@@ -55,7 +57,6 @@ public:
     quint64 dropped() const { return m_dropped.load(); }
 
 private:
-    struct Hooks;
     void connected() override;
     void disconnected() override;
     void destroyStream();
@@ -72,7 +73,7 @@ private:
     std::shared_ptr<PwSession> m_session; // owner's thread (shared with others)
 
     // Loop thread, or the session's lock held.
-    Hooks* m_hooks = nullptr;
+    StreamHooks* m_hooks = nullptr; // the stream's listener (PwStreamClient.h)
     pw_stream* m_stream = nullptr;
     bool m_formatSet = false;      // the consumer agreed on the format
     bool m_closing = false;        // the destructor runs: tell the owner nothing

@@ -1,5 +1,7 @@
 #include "pipewire/PwVideoReceiver.h"
 
+#include "pipewire/PwStreamClient.h"
+
 #include <QDebug>
 
 #include <pipewire/pipewire.h>
@@ -23,15 +25,9 @@ qint64 monotonicMsec()
 
 } // namespace
 
-struct PwVideoReceiver::Hooks
-{
-    spa_hook stream{};
-    pw_stream_events events{};
-};
-
 PwVideoReceiver::PwVideoReceiver(const QString& source, std::function<void()> frameReady)
     : m_source(source), m_label(QStringLiteral("spout %1").arg(source)),
-      m_frameReady(std::move(frameReady)), m_hooks(new Hooks)
+      m_frameReady(std::move(frameReady)), m_hooks(new StreamHooks)
 {
     m_hooks->events.version = PW_VERSION_STREAM_EVENTS;
     m_hooks->events.state_changed = [](void* data, pw_stream_state, pw_stream_state state,
@@ -47,8 +43,7 @@ PwVideoReceiver::PwVideoReceiver(const QString& source, std::function<void()> fr
 
 PwVideoReceiver::~PwVideoReceiver()
 {
-    if (m_session) {
-        m_session->lock();
+    leaveSession(m_session, this, [this] {
         m_closing = true; // no more streams, blanks or frames for the owner
         if (m_watchdog)
             pw_loop_destroy_source(m_session->loop(), m_watchdog);
@@ -56,10 +51,7 @@ PwVideoReceiver::~PwVideoReceiver()
             pw_loop_destroy_source(m_session->loop(), m_linkTimer);
         m_watchdog = m_linkTimer = nullptr;
         destroyStream();
-        m_session->unlock();
-        m_session->removeClient(this);
-        m_session.reset(); // the last holder stops the session's thread
-    }
+    });
     delete m_hooks;
 }
 
@@ -183,11 +175,8 @@ void PwVideoReceiver::connectStream(unsigned serial)
 
 void PwVideoReceiver::destroyStream()
 {
-    if (!m_stream)
+    if (!destroyListenedStream(m_stream, *m_hooks))
         return;
-    spa_hook_remove(&m_hooks->stream);
-    pw_stream_destroy(m_stream);
-    m_stream = nullptr;
     m_layout = PixelLayout::Unknown;
     m_width = m_height = 0;
     m_refused = false;

@@ -39,6 +39,8 @@ struct spa_source;
 
 namespace kelmor::pipewire {
 
+struct StreamHooks;
+
 class PwVideoReceiver : private PwSession::Client
 {
 public:
@@ -62,7 +64,6 @@ public:
     quint64 framesReceived() const { return m_frames.load(); }
 
 private:
-    struct Hooks;
     void connected() override;
     void disconnected() override;
     void nodeAdded(const PwNodeInfo& node) override;
@@ -84,7 +85,7 @@ private:
     std::shared_ptr<PwSession> m_session; // owner's thread (shared with others)
 
     // Loop thread (or the session's lock held).
-    Hooks* m_hooks = nullptr;
+    StreamHooks* m_hooks = nullptr; // the stream's listener (PwStreamClient.h)
     pw_stream* m_stream = nullptr;
     spa_source* m_watchdog = nullptr;  // once a second: the stall watch
     spa_source* m_linkTimer = nullptr; // links a source shortly after it appears
