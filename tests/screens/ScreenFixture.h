@@ -181,6 +181,17 @@ protected:
         return player;
     }
 
+    /// A virtualScreen player showing `file` (a screen's id), drawn over all
+    /// of `screen` (320x180).
+    QtAV::AVPlayer* virtualLayer(ScreenWidget* screen, const QString& file)
+    {
+        QtAV::AVPlayer* player = newPlayer();
+        player->setMediaType(QStringLiteral("virtualScreen"));
+        player->setFile(file);
+        show(player, screen, QRect(0, 0, 320, 180));
+        return player;
+    }
+
     /// A render object of `player` on `screen`, filling `geometry`.
     QtAV::NoxOpenGLRender* show(QtAV::AVPlayer* player, ScreenWidget* screen, const QRect& geometry,
                                 const QSizeF& original = QSizeF())

@@ -6,16 +6,6 @@
 class ScreenVirtualTest : public ScreenTest
 {
 protected:
-    /// A virtualScreen player showing `file`, drawn over all of `screen`.
-    QtAV::AVPlayer* virtualLayer(ScreenWidget* screen, const QString& file)
-    {
-        QtAV::AVPlayer* player = newPlayer();
-        player->setMediaType(QStringLiteral("virtualScreen"));
-        player->setFile(file);
-        show(player, screen, QRect(0, 0, 320, 180));
-        return player;
-    }
-
     static bool isBlack(const QImage& image)
     {
         for (const QPoint p : {QPoint(80, 45), QPoint(240, 45), QPoint(80, 135), QPoint(240, 135),

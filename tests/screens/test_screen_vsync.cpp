@@ -190,10 +190,7 @@ TEST_F(ScreenVsyncTest, VirtualScreenLayerFollowsAPresentedWindowsPicture)
     ScreenWidget* offscreen = openScreen(2);
     QtAV::AVPlayer* source = pushedPlayer(solid(Qt::red));
     show(source, window, QRect(0, 0, 320, 180));
-    QtAV::AVPlayer* mirror = newPlayer();
-    mirror->setMediaType(QStringLiteral("virtualScreen"));
-    mirror->setFile(QStringLiteral("1"));
-    show(mirror, offscreen, QRect(0, 0, 320, 180));
+    virtualLayer(offscreen, QStringLiteral("1"));
     ASSERT_TRUE(waitUntil([&] { return near(grab(2).pixel(160, 90), Qt::red, 2); }))
         << "screen 2 never showed the window's red";
     // The window's output framebuffers take turns; the mirror ends on the

@@ -80,10 +80,7 @@ TEST_F(ScreenWindowedTest, VirtualScreenLayerFollowsAWindowsPicture)
     ScreenWidget* offscreen = openScreen(2);
     QtAV::AVPlayer* source = pushedPlayer(solid(Qt::red));
     show(source, window, QRect(0, 0, 320, 180));
-    QtAV::AVPlayer* mirror = newPlayer();
-    mirror->setMediaType(QStringLiteral("virtualScreen"));
-    mirror->setFile(QStringLiteral("1"));
-    show(mirror, offscreen, QRect(0, 0, 320, 180));
+    virtualLayer(offscreen, QStringLiteral("1"));
     // Only screen 2 is grabbed: screen 1's picture must reach it by itself.
     ASSERT_TRUE(waitUntil([&] { return near(grab(2).pixel(160, 90), Qt::red, 2); }))
         << "screen 2 never showed the window's red";
