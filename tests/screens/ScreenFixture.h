@@ -152,6 +152,8 @@ protected:
         });
         ScreenService::getInstance().closeAllScreens();
         EffectsService::getInstance().clear();
+        // A test may have chosen how its windows are presented.
+        ScreenService::getInstance().setPresentation(ScreenService::Presentation::Auto);
     }
 
     ScreenWidget* openScreen(int id, int width = 320, int height = 180)
@@ -190,6 +192,18 @@ protected:
         player->setFile(file);
         show(player, screen, QRect(0, 0, 320, 180));
         return player;
+    }
+
+    /// A red pushed layer over all of `screenOne` (screen 1, 320x180) and an
+    /// offscreen screen 2 showing screen 1 through a virtualScreen layer;
+    /// true once screen 2 shows the red (only screen 2 is grabbed: screen
+    /// 1's picture must reach it by itself). *source: the red layer's player.
+    bool mirrorScreenOne(ScreenWidget* screenOne, QtAV::AVPlayer** source)
+    {
+        *source = pushedPlayer(solid(Qt::red));
+        show(*source, screenOne, QRect(0, 0, 320, 180));
+        virtualLayer(openScreen(2), QStringLiteral("1"));
+        return waitUntil([&] { return near(grab(2).pixel(160, 90), Qt::red, 2); });
     }
 
     /// A render object of `player` on `screen`, filling `geometry`.
