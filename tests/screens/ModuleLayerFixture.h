@@ -34,15 +34,7 @@ protected:
     /// module made no player. endLayers() ends it.
     QtAV::AVPlayer* makeLayer(int layerId, const QString& type, const QString& path, int timeLenMsec)
     {
-        Record record;
-        record["layerId"] = layerId;
-        record["bankId"] = kBank;
-        record["path"] = path;
-        record["groupID"] = 9;
-        record["type"] = type;
-        record["timeLenMsec"] = timeLenMsec;
-        record["isSetPr"] = false;
-        service().creatnewlayer(record);
+        service().creatnewlayer(hostLayerRecord(kBank, layerId, path, timeLenMsec, type));
         QtAV::AVPlayer* player = reg().getplayerByID(layerId, kBank);
         if (!player)
             return nullptr;

@@ -79,15 +79,7 @@ protected:
     static Record layerRecord(int bankId, int layerId, const QString& path,
                               qint64 timeLenMsec = 1000, const QString& type = QString())
     {
-        Record record;
-        record["layerId"] = layerId;
-        record["bankId"] = bankId;
-        record["path"] = path;
-        record["groupID"] = 9;
-        record["type"] = type;
-        record["timeLenMsec"] = timeLenMsec;
-        record["isSetPr"] = false;
-        return record;
+        return hostLayerRecord(bankId, layerId, path, timeLenMsec, type);
     }
 
     /// Creates the layer and gives it its media type, as the host does.

@@ -35,5 +35,21 @@ private:
 
 using Record = QMap<QString, QVariant>;
 
+/// A layer creation record (creatnewlayer) with every key the host sends:
+/// group 9, no pre-render.
+inline Record hostLayerRecord(int bankId, int layerId, const QString& path, qint64 timeLenMsec,
+                              const QString& type)
+{
+    Record record;
+    record["layerId"] = layerId;
+    record["bankId"] = bankId;
+    record["path"] = path;
+    record["groupID"] = 9;
+    record["type"] = type;
+    record["timeLenMsec"] = timeLenMsec;
+    record["isSetPr"] = false;
+    return record;
+}
+
 /// Lets queued events (queued signals, deferred deletions) run.
 void processEvents(int rounds = 3);
