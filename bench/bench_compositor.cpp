@@ -299,7 +299,7 @@ int main(int argc, char** argv)
     printMedian("3 screens: fewest pictures in a second:", worst3, "goal 30 (29 with timer jitter)");
     std::printf("median ms per frame with vsync presentation: 1 window %.2f\n", median(vsync1Ms));
     printMedian("ratio 1 window vsync / mpv window:", vsyncRatio, "goal <= 1.10");
-    printMedian("ratio 1 window vsync / immediate:", vsyncToImmediate, "the presentation thread's copy");
+    printMedian("ratio 1 window vsync / immediate:", vsyncToImmediate, "the two ways in the same run");
     printMedian("added CPU per added window, vsync, 3 (%):", vsyncPerScreen3, "goal <= +10");
     printMedian("3 screens vsync: fewest pictures in a second:", vsyncWorst3, "goal 30 (29 with timer jitter)");
     return 0;

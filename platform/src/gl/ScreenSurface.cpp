@@ -66,15 +66,18 @@ ScreenSurface::ScreenSurface(const ScreenInfo& info, std::function<void()> expos
     }
     if (info.offscreen)
         return;
-    m_window = std::make_unique<ScreenWindow>(info, std::move(exposed), vsync);
-    if (!vsync)
-        return;
-    m_presenter = std::make_unique<WindowPresenter>(m_window.get());
-    sharedContext(); // current again after the presenter's context was made
-    if (!m_presenter->isValid()) {
-        m_presenter.reset();
-        return;
+    // The presenter's context first: without one the window is made for the
+    // compositor's swaps (swap interval 0), which must never wait.
+    if (vsync) {
+        m_presenter = std::make_unique<WindowPresenter>(QStringLiteral("Output %1").arg(info.screenId));
+        sharedContext(); // current again after the presenter's context was made
+        if (!m_presenter->isValid())
+            m_presenter.reset();
     }
+    m_window = std::make_unique<ScreenWindow>(info, std::move(exposed), m_presenter != nullptr);
+    if (!m_presenter)
+        return;
+    m_presenter->start(m_window.get());
     qDebug() << "openScreen: screen" << info.screenId
              << "is presented with vsync by a thread of its own";
 }

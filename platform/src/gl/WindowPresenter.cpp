@@ -18,11 +18,10 @@ std::set<WindowPresenter*> g_live;       // presenters whose thread may run
 
 } // namespace
 
-WindowPresenter::WindowPresenter(QWindow* window)
-    : m_window(window)
+WindowPresenter::WindowPresenter(const QString& name)
 {
     QOpenGLContext* shared = sharedContext();
-    if (!shared || !window)
+    if (!shared)
         return;
     m_context = std::make_unique<QOpenGLContext>();
     QSurfaceFormat format = shared->format();
@@ -30,8 +29,8 @@ WindowPresenter::WindowPresenter(QWindow* window)
     m_context->setFormat(format);
     m_context->setShareContext(shared);
     if (!m_context->create()) {
-        qDebug() << "openScreen: no presentation context for window" << window->title()
-                 << "; the compositor presents it";
+        qDebug() << "openScreen: no presentation context for" << name
+                 << "; the compositor presents it without vsync";
         m_context.reset();
         return;
     }
@@ -41,12 +40,19 @@ WindowPresenter::WindowPresenter(QWindow* window)
         || shared->hasExtension("GL_ARB_sync");
     m_context->moveToThread(this);
     m_valid = true;
-    setObjectName(QStringLiteral("present:%1").arg(window->title()));
+    setObjectName(QStringLiteral("present:%1").arg(name));
+}
+
+void WindowPresenter::start(QWindow* window)
+{
+    if (!m_valid || !window || m_window)
+        return;
+    m_window = window;
     {
         std::lock_guard<std::mutex> lock(g_liveMutex);
         g_live.insert(this);
     }
-    start(QThread::HighPriority);
+    QThread::start(QThread::HighPriority);
 }
 
 WindowPresenter::~WindowPresenter()
@@ -104,7 +110,7 @@ void WindowPresenter::dropFence(Job& job)
 
 void WindowPresenter::present(unsigned texture, const QSize& size, const QSize& windowPixels)
 {
-    if (!m_valid || texture == 0 || size.isEmpty() || windowPixels.isEmpty())
+    if (!m_valid || !m_window || texture == 0 || size.isEmpty() || windowPixels.isEmpty())
         return;
     QOpenGLContext* context = QOpenGLContext::currentContext();
     if (!context)

@@ -40,14 +40,17 @@ class WindowPresenter : public QThread
 {
     Q_OBJECT
 public:
-    /// Makes the presenter's context (sharing with the compositor's) and
-    /// starts its thread; isValid() is false when the context cannot be made.
-    explicit WindowPresenter(QWindow* window);
+    /// Makes the presenter's context (sharing with the compositor's);
+    /// isValid() is false when it cannot be made. `name` names the thread.
+    explicit WindowPresenter(const QString& name);
     /// Stops the thread after the swap under way, if any; a picture not yet
     /// taken is dropped.
     ~WindowPresenter() override;
 
     bool isValid() const { return m_valid; }
+    /// Starts presenting into `window` (made after the presenter, with swap
+    /// interval 1, and outliving it). Once only.
+    void start(QWindow* window);
 
     /// Hands over a finished picture: `texture` (of the compositor's share
     /// group, `size` pixels, row 0 at the bottom) is copied to the window at
@@ -85,7 +88,7 @@ private:
     void dropFence(Job& job);
     void show(const Job& job);
 
-    QWindow* m_window;                        // not owned; GUI object, only swapped into here
+    QWindow* m_window = nullptr;              // not owned; set before the thread starts
     std::unique_ptr<QOpenGLContext> m_context; // made on the GUI thread, then owned by run()
     bool m_valid = false;                     // GUI thread, set once in the constructor
     bool m_fences = false;                    // sync objects available; set before start()
