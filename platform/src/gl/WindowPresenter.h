@@ -16,10 +16,11 @@
 // it (the newer picture is shown; counted as replaced): a slow display drops
 // pictures rather than queueing them.
 //
-// Threading: construction, destruction, present(), reclaim(), holds() and
-// the counters from the compositor's thread (the GUI thread) with the
-// compositor's context current; the presenter thread makes only its own
-// context current. The window is not owned and must outlive the presenter.
+// Threading: construction, start(), stop(), destruction, present(),
+// reclaim(), holds() and the counters from the compositor's thread (the GUI
+// thread) with the compositor's context current; the presenter thread makes
+// only its own context current. The window is not owned and must outlive the
+// presenter. stopAll() runs as the application object goes.
 #pragma once
 
 #include <QSize>
