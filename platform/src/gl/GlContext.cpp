@@ -72,7 +72,7 @@ bool makeShared(SharedGl& gl)
     // A display under load now and then refuses one surface or context; a
     // few tries, a moment apart, keep that from costing the process its
     // screens for good.
-    constexpr int kTries = 3;
+    constexpr int kTries = 6; // 50 ms apart, doubling: 1.55 s in all at worst
     for (int attempt = 1;; ++attempt) {
         gl.surface = std::make_unique<QOffscreenSurface>();
         gl.surface->setFormat(format);
@@ -89,13 +89,14 @@ bool makeShared(SharedGl& gl)
             break;
         gl.context.reset();
         gl.surface.reset();
-        if (attempt == kTries) {
+        // Without an X display there is nothing to wait for.
+        if (attempt == kTries || qEnvironmentVariableIsEmpty("DISPLAY")) {
             qDebug() << "compositor: no OpenGL context could be made (" << failed
                      << "failed), output screens keep their state only";
             return false;
         }
         qDebug() << "compositor: OpenGL" << failed << "failed, try" << attempt << "of" << kTries;
-        QThread::msleep(50);
+        QThread::msleep(50UL << (attempt - 1));
     }
     const auto* version = reinterpret_cast<const char*>(
         gl.context->functions()->glGetString(GL_VERSION));
