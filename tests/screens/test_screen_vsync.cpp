@@ -193,3 +193,32 @@ TEST_F(ScreenVsyncTest, VirtualScreenLayerFollowsAPresentedWindowsPicture)
         << "screen 2 kept " << describe(grab(2).pixel(160, 90));
     EXPECT_TRUE(windowShows(1, Qt::green));
 }
+
+TEST_F(ScreenVsyncTest, AHiddenWindowHoldsNoOtherAndShowsTheNewestPictureWhenShownAgain)
+{
+    openWindow(1);
+    openWindow(2);
+    QtAV::AVPlayer* player = pushedPlayer(solid(Qt::red));
+    show(player, ScreenService::getInstance().screenById(1), QRect(0, 0, 320, 180));
+    show(player, ScreenService::getInstance().screenById(2), QRect(0, 0, 320, 180));
+    ASSERT_TRUE(windowShows(1, Qt::red));
+    ASSERT_TRUE(windowShows(2, Qt::red));
+    QWindow* first = nullptr;
+    for (QWindow* window : QGuiApplication::topLevelWindows()) {
+        if (window->title() == QLatin1String("Output 1"))
+            first = window;
+    }
+    ASSERT_NE(first, nullptr);
+    first->hide();
+    ASSERT_TRUE(waitUntil([&] { return !first->isExposed(); }));
+    // Pictures go on while one window is hidden: its output framebuffers
+    // keep taking turns, nothing waits for it.
+    const QColor colours[] = {Qt::blue, Qt::yellow, Qt::cyan, Qt::green};
+    for (const QColor& colour : colours) {
+        player->pushFrame(QtAV::VideoFrame(solid(colour)));
+        EXPECT_TRUE(windowShows(2, colour)) << "window 2 with window 1 hidden";
+    }
+    EXPECT_PIXEL(grab(1), 160, 90, Qt::green);
+    first->show();
+    EXPECT_TRUE(windowShows(1, Qt::green)) << "window 1 shown again";
+}
