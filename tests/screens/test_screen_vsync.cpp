@@ -11,6 +11,7 @@
 #include <QOpenGLContext>
 #include <QPixmap>
 #include <QScreen>
+#include <QSignalSpy>
 #include <QWindow>
 
 class ScreenVsyncTest : public ScreenTest
@@ -221,4 +222,37 @@ TEST_F(ScreenVsyncTest, AHiddenWindowHoldsNoOtherAndShowsTheNewestPictureWhenSho
     EXPECT_PIXEL(grab(1), 160, 90, Qt::green);
     first->show();
     EXPECT_TRUE(windowShows(1, Qt::green)) << "window 1 shown again";
+}
+
+TEST_F(ScreenVsyncTest, APlayedClipFillingTheWindowIsShownUprightAndAsTheSnapshot)
+{
+    const QString clip = ScreenMedia::quadrantClip();
+    ASSERT_FALSE(clip.isEmpty()) << "ffmpeg could not make the clip";
+    QtAV::AVPlayer* player = newPlayer();
+    player->setMediaType(QStringLiteral("video"));
+    QSignalSpy loaded(player, &QtAV::AVPlayer::loaded);
+    player->setFile(clip);
+    // One played layer filling two windows 1:1: each window's thread shows
+    // the layer's picture as it is.
+    for (int id = 1; id <= 2; ++id)
+        show(player, openWindow(id), QRect(0, 0, 320, 180), QSizeF(320, 180));
+    ASSERT_TRUE(waitUntil([&] { return loaded.count() > 0; }));
+    player->pause(false);
+    for (int id = 1; id <= 2; ++id) {
+        ASSERT_TRUE(waitUntil([&] {
+            const QImage shown = windowPixels(id);
+            return !shown.isNull() && quadrantsIn(shown, QRect(0, 0, 320, 180));
+        })) << "window " << id << ": " << quadrantsIn(windowPixels(id), QRect(0, 0, 320, 180));
+    }
+    player->pause(true);
+    QTest::qWait(300);
+    // Paused: the window's picture and the snapshot are the same frame.
+    for (int id = 1; id <= 2; ++id) {
+        QPoint worst;
+        const QImage shown = windowPixels(id);
+        const QImage picture = grab(id);
+        ASSERT_EQ(shown.size(), picture.size());
+        EXPECT_LE(maxChannelDifference(shown, picture, &worst), 2)
+            << "window " << id << " at (" << worst.x() << ", " << worst.y() << ")";
+    }
 }

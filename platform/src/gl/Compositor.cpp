@@ -532,8 +532,19 @@ void Compositor::updateSources()
         }
     }
     addPreviewSources();
-    for (SourceUse& use : m_sources)
+    for (auto it = m_lent.begin(); it != m_lent.end();)
+        it = WindowPresenter::anyHolds(it->id) ? std::next(it) : m_lent.erase(it);
+    for (SourceUse& use : m_sources) {
+        const auto lent = m_lent.constFind(use.source);
+        if (lent != m_lent.constEnd()) {
+            // A presentation thread still copies its picture: brought up to
+            // date at the next output frame.
+            use.texture = *lent;
+            requestFrame();
+            continue;
+        }
         use.texture = use.source->updateTexture(use.wanted);
+    }
     // Players no screen shows still get their due frames taken (undrawn), or
     // their engine would wait for them.
     for (QtAV::VideoFrameSource* source : registeredSources()) {
@@ -658,10 +669,47 @@ quint64 Compositor::signatureOf(const Screen& screen)
     return h;
 }
 
+bool Compositor::presentLoneLayer(Screen& screen)
+{
+    if (screen.items.size() != 1)
+        return false;
+    Item& item = screen.items.front();
+    if (!item.source || item.opacity != 1.f || dynamic_cast<QtAV::PushedFrameSource*>(item.source))
+        return false;
+    // A frame given to the render object itself is drawn the usual way.
+    Memo& memo = memoFor(item);
+    if (memo.receiveCount != item.state.receiveCount
+        || (memo.received && memo.receiveCount > 0 && memo.serialAtReceive == item.source->serial()))
+        return false;
+    const SourceUse* use = sourceUse(item.source);
+    if (!use || !use->texture.isValid())
+        return false;
+    const QSize known = item.source->pictureSize();
+    ensurePlacement(memo, item.state, known.isEmpty() ? QSizeF(use->texture.size) : QSizeF(known));
+    const QRect whole(QPoint(0, 0), screen.surface->size());
+    if (memo.placement.plainRect != whole || !FrameCopy::fits(use->texture, whole, whole.size())
+        || !layerEffectsFor(item).isNeutral())
+        return false;
+    if (!screen.surface->presentTexture(use->texture))
+        return false;
+    // Not drawn again by the engine while a presentation thread copies it.
+    m_lent.insert(item.source, use->texture);
+    return true;
+}
+
 void Compositor::drawScreen(Screen& screen)
 {
     ScreenSurface& surface = *screen.surface;
     const ScreenEffects effects = screenEffectsFor(screen.widget->screenId());
+    if (effects.isNeutral() && !screen.outputWanted && surface.presentsWithVsync()
+        && presentLoneLayer(screen)) {
+        // Nobody reads this picture back and one engine picture fills the
+        // screen 1:1: the window's presentation thread copies the layer's
+        // own texture, no output framebuffer is drawn.
+        screen.outputStale = true;
+        ++screen.draws;
+        return;
+    }
     if (effects.isNeutral() && !screen.outputWanted && surface.canDrawToWindow()
         && surface.beginWindow()) {
         // Nobody reads this picture back: the window takes the layers itself,

@@ -151,6 +151,10 @@ private:
     SourceUse* sourceUse(QtAV::VideoFrameSource* source);
     quint64 signatureOf(const Screen& screen);
     void drawScreen(Screen& screen);
+    /// Hands a presented window the texture of its only layer when that is
+    /// an engine's picture filling the screen 1:1, plain and opaque; false
+    /// (nothing done) otherwise.
+    bool presentLoneLayer(Screen& screen);
     /// Draws the screen's items into its output framebuffer (through the
     /// compose framebuffer and the monitor effects when they are not neutral).
     void drawOutput(Screen& screen, const ScreenEffects& effects);
@@ -204,6 +208,9 @@ private:
         const void* screen = nullptr; // a screen preview: the Screen it last showed
     };
     QHash<QtAV::PreviewRenderer*, PreviewMemo> m_previews;
+    /// Sources whose texture a presentation thread may still be copying
+    /// (presentLoneLayer), with that texture.
+    QHash<QtAV::VideoFrameSource*, QtAV::FrameTexture> m_lent;
     /// Draws `picture` over the whole of the preview's target (made or
     /// resized to the preview's size) and hands the preview the result.
     void showInPreview(QtAV::PreviewRenderer* preview, PreviewMemo& memo,

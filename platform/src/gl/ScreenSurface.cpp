@@ -188,6 +188,15 @@ void ScreenSurface::present()
     context->makeCurrent(sharedSurface());
 }
 
+bool ScreenSurface::presentTexture(const QtAV::FrameTexture& texture)
+{
+    if (!m_presenter || !m_window || !m_window->isExposed() || texture.size != m_size)
+        return false;
+    m_presenter->present(texture.id, m_size, m_window->size() * m_window->devicePixelRatio(),
+                         !texture.bottomUp);
+    return true;
+}
+
 QImage ScreenSurface::readOutput() const
 {
     if (!output())

@@ -22,6 +22,7 @@
 #pragma once
 
 #include "ScreenWidget.h"
+#include "VideoFrameSource.h"
 #include "gl/WindowPresenter.h"
 
 #include <QImage>
@@ -73,6 +74,10 @@ public:
     QOpenGLFramebufferObject* output() const { return m_outputs[m_current].get(); }
     /// Shows the output picture in the window (nothing for offscreen screens).
     void present();
+    /// Has the presentation thread show `texture` (the screen's size) in the
+    /// window instead of the output picture; false without a presentation
+    /// thread or an exposed window.
+    bool presentTexture(const QtAV::FrameTexture& texture);
     /// The output picture, top row first.
     QImage readOutput() const;
 

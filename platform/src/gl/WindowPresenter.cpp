@@ -88,6 +88,16 @@ void WindowPresenter::stop()
     std::lock_guard<std::mutex> lock(m_mutex);
 }
 
+bool WindowPresenter::anyHolds(unsigned texture)
+{
+    std::lock_guard<std::mutex> lock(g_liveMutex);
+    for (const WindowPresenter* presenter : g_live) {
+        if (presenter->holds(texture))
+            return true;
+    }
+    return false;
+}
+
 void WindowPresenter::stopAll()
 {
     std::set<WindowPresenter*> live;
@@ -108,14 +118,15 @@ void WindowPresenter::dropFence(Job& job)
     }
 }
 
-void WindowPresenter::present(unsigned texture, const QSize& size, const QSize& windowPixels)
+void WindowPresenter::present(unsigned texture, const QSize& size, const QSize& windowPixels,
+                              bool topDown)
 {
     if (!m_valid || !m_window || texture == 0 || size.isEmpty() || windowPixels.isEmpty())
         return;
     QOpenGLContext* context = QOpenGLContext::currentContext();
     if (!context)
         return;
-    Job job{texture, size, windowPixels, nullptr};
+    Job job{texture, size, windowPixels, topDown, nullptr};
     if (m_fences)
         job.fence = context->extraFunctions()->glFenceSync(GL_SYNC_GPU_COMMANDS_COMPLETE, 0);
     // Submitted now, so that the presenter's wait on the fence can end.
@@ -215,7 +226,11 @@ void WindowPresenter::show(const Job& job)
                                job.texture, 0);
     gl->glBindFramebuffer(GL_DRAW_FRAMEBUFFER, m_context->defaultFramebufferObject());
     gl->glDisable(GL_SCISSOR_TEST);
-    extra->glBlitFramebuffer(0, 0, job.size.width(), job.size.height(), 0, 0,
+    // A top-down picture is copied with its rows reversed: the window's row
+    // 0 is its bottom.
+    const int top = job.topDown ? 0 : job.size.height();
+    const int bottom = job.topDown ? job.size.height() : 0;
+    extra->glBlitFramebuffer(0, bottom, job.size.width(), top, 0, 0,
                              job.windowPixels.width(), job.windowPixels.height(),
                              GL_COLOR_BUFFER_BIT, GL_LINEAR);
     // Detached before the texture is handed back: the compositor draws into

@@ -54,9 +54,11 @@ public:
     void start(QWindow* window);
 
     /// Hands over a finished picture: `texture` (of the compositor's share
-    /// group, `size` pixels, row 0 at the bottom) is copied to the window at
-    /// `windowPixels`. Replaces a picture handed over and not yet taken.
-    void present(unsigned texture, const QSize& size, const QSize& windowPixels);
+    /// group, `size` pixels, row 0 at the bottom, or at the top with
+    /// `topDown`) is copied to the window at `windowPixels`. Replaces a
+    /// picture handed over and not yet taken.
+    void present(unsigned texture, const QSize& size, const QSize& windowPixels,
+                 bool topDown = false);
     /// Drops the picture waiting to be taken, if any (its texture is free
     /// again).
     void reclaim();
@@ -66,6 +68,8 @@ public:
     /// Stops the thread after the swap under way; its context and GL objects
     /// are freed. Nothing is presented afterwards. Idempotent.
     void stop();
+    /// Whether any presenter holds `texture` now (any thread).
+    static bool anyHolds(unsigned texture);
     /// Stops every presenter's thread: the GL platform is about to go (the
     /// application object's end), no presentation thread may outlive it.
     static void stopAll();
@@ -84,6 +88,7 @@ private:
         unsigned texture = 0;
         QSize size;
         QSize windowPixels;
+        bool topDown = false;  // texture row 0 is the picture's top
         void* fence = nullptr; // GLsync of the compositor's draw; null: finished already
     };
     void dropFence(Job& job);
