@@ -23,6 +23,16 @@
 // (60 Hz offscreen). With nothing changing, no tick runs: an idle screen costs
 // nothing.
 //
+// Files, one part of the object each:
+//   Compositor.cpp          life, screens opened and closed, scheduling, tick
+//   CompositorSources.cpp   gathering, placements, virtualScreen feeds, frame
+//                           sources brought up to date, dropped frames
+//   CompositorDraw.cpp      change signatures, drawing screens and layers,
+//                           the lone layer handed to a presentation thread
+//   CompositorPreviews.cpp  player and screen previews
+//   CompositorReadback.cpp  grabs, recordings, output taps
+//   CompositorEffects.cpp   layer and monitor effect records
+//
 // Threading: everything on the GUI thread except requestFrame (any thread).
 // Ownership: ScreenService owns the compositor; the compositor owns each
 // screen's surfaces and recorder, never the widgets, render objects, players

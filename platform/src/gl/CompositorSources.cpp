@@ -1,0 +1,211 @@
+// What a tick draws: the visible render objects of each screen, their
+// placements, the virtualScreen feeds, each frame source brought up to date
+// once at the largest size it is drawn, and the dropped-frame count.
+#include "gl/Compositor.h"
+
+#include "AVPlayer.h"
+#include "gl/GlContext.h"
+
+#include <QDebug>
+#include <QRegularExpression>
+#include <QtMath>
+#include <algorithm>
+
+namespace kelmor::gl {
+
+namespace {
+
+constexpr int kMaxTextureSide = 4096;
+
+// The screen id a virtualScreen source names: "2", "screen2", "screen:2".
+int virtualScreenId(const QString& file, bool* ok)
+{
+    static const QRegularExpression digits(QStringLiteral("(-?\\d+)\\s*$"));
+    const QRegularExpressionMatch m = digits.match(file);
+    *ok = m.hasMatch();
+    return *ok ? m.captured(1).toInt(ok) : 0;
+}
+
+} // namespace
+
+void Compositor::gatherItems(Screen& screen)
+{
+    screen.items.clear();
+    const QList<QtAV::NoxOpenGLRender*> renders = screen.widget->renders();
+    for (QtAV::NoxOpenGLRender* render : renders) {
+        if (!render)
+            continue;
+        Item item;
+        item.render = render;
+        item.state = render->drawState();
+        Memo& memo = memoFor(item);
+        memo.seenTick = m_tick;
+        if (!item.state.visible)
+            continue;
+        item.player = render->player();
+        item.source = item.player ? item.player->frameSource() : nullptr;
+        item.opacity = item.player ? float(item.player->pictureOpacity()) : 1.f;
+        screen.items.push_back(std::move(item));
+    }
+    std::stable_sort(screen.items.begin(), screen.items.end(),
+                     [](const Item& a, const Item& b) { return a.state.z < b.state.z; });
+}
+
+void Compositor::ensurePlacement(Memo& memo, const QtAV::RenderDrawState& state,
+                                 const QSizeF& picture)
+{
+    if (memo.placement.revision == state.revision && memo.placementPicture == picture)
+        return;
+    memo.placement = placementFor(state, picture);
+    memo.placementPicture = picture;
+}
+
+Compositor::Memo& Compositor::memoFor(const Item& item)
+{
+    auto it = m_memos.find(item.render);
+    if (it == m_memos.end()) {
+        it = m_memos.insert(item.render, Memo());
+        item.render->setChangeListener(&QtAV::requestCompositorFrame);
+    }
+    return it.value();
+}
+
+void Compositor::pruneMemos()
+{
+    for (auto it = m_memos.begin(); it != m_memos.end();) {
+        if (it->seenTick == m_tick) {
+            ++it;
+            continue;
+        }
+        // Taken off every screen: the render object may be gone already, so
+        // only the memo's own resources are freed.
+        it = m_memos.erase(it);
+    }
+    for (auto it = m_virtualFed.begin(); it != m_virtualFed.end();) {
+        bool shown = false;
+        for (const auto& s : m_screens) {
+            for (const Item& item : s->items)
+                shown = shown || item.player == it.key();
+        }
+        it = shown ? std::next(it) : m_virtualFed.erase(it);
+    }
+}
+
+void Compositor::feedVirtualScreens()
+{
+    static const QString kVirtual = QStringLiteral("virtualScreen");
+    for (auto& s : m_screens) {
+        for (const Item& item : s->items) {
+            QtAV::AVPlayer* player = item.player;
+            if (!player || player->getMediaType() != kVirtual)
+                continue;
+            bool ok = false;
+            const int id = virtualScreenId(player->file(), &ok);
+            Screen* shown = ok ? screenById(id) : nullptr;
+            const bool drawable = shown && shown->surface && shown->surface->isValid();
+            if (drawable) {
+                shown->outputWanted = true;
+                if (shown->outputStale) {
+                    // Its last picture went to its window only: drawn into
+                    // the output at this tick, given at the next.
+                    shown->forced = true;
+                    requestFrame();
+                    continue;
+                }
+            }
+            const quint64 fed = drawable ? shown->draws : ~quint64(0);
+            auto last = m_virtualFed.find(player);
+            if (last != m_virtualFed.end() && last.value() == fed)
+                continue;
+            if (!drawable) {
+                qDebug() << "virtualScreen: source" << player->file()
+                         << "names no open screen; the layer shows nothing";
+                player->pushFrame(QtAV::VideoFrame());
+            } else if (shown->draws > 0) {
+                QOpenGLFramebufferObject* out = shown->surface->output();
+                player->pushFrame(QtAV::VideoFrame::fromTexture(out->texture(), out->size(), true));
+            }
+            m_virtualFed.insert(player, fed);
+        }
+    }
+}
+
+Compositor::SourceUse* Compositor::sourceUse(QtAV::VideoFrameSource* source)
+{
+    for (SourceUse& use : m_sources) {
+        if (use.source == source)
+            return &use;
+    }
+    return nullptr;
+}
+
+void Compositor::updateSources()
+{
+    m_sources.clear();
+    for (auto& s : m_screens) {
+        for (Item& item : s->items) {
+            if (!item.source)
+                continue;
+            // The texture only needs the detail the largest use shows: the
+            // drawn extent, scaled up by the part of the picture it shows.
+            const QSize picture = item.source->pictureSize();
+            const QSizeF pictureF = picture.isEmpty() ? item.state.originalSize : QSizeF(picture);
+            Memo& memo = memoFor(item);
+            ensurePlacement(memo, item.state, pictureF);
+            const QRectF roi = normalisedRoi(item.state.roi, pictureF);
+            const QRectF extent = memo.placement.extent;
+            QSize need(qCeil(extent.width() / std::max(roi.width(), 1e-3)),
+                       qCeil(extent.height() / std::max(roi.height(), 1e-3)));
+            if (!picture.isEmpty())
+                need = need.boundedTo(picture);
+            need = need.boundedTo(QSize(kMaxTextureSide, kMaxTextureSide)).expandedTo(QSize(2, 2));
+            SourceUse* use = sourceUse(item.source);
+            if (!use) {
+                m_sources.push_back(SourceUse{item.source, need, {}});
+            } else {
+                use->wanted = use->wanted.expandedTo(need);
+            }
+        }
+    }
+    addPreviewSources();
+    for (auto it = m_lent.begin(); it != m_lent.end();)
+        it = WindowPresenter::anyHolds(it->id) ? std::next(it) : m_lent.erase(it);
+    for (SourceUse& use : m_sources) {
+        const auto lent = m_lent.constFind(use.source);
+        if (lent != m_lent.constEnd()) {
+            // A presentation thread still copies its picture: brought up to
+            // date at the next output frame.
+            use.texture = *lent;
+            requestFrame();
+            continue;
+        }
+        use.texture = use.source->updateTexture(use.wanted);
+    }
+    // Players no screen shows still get their due frames taken (undrawn), or
+    // their engine would wait for them.
+    for (QtAV::VideoFrameSource* source : registeredSources()) {
+        if (source->hasPendingFrame() && !sourceUse(source))
+            source->discardPendingFrame();
+    }
+}
+
+void Compositor::noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count)
+{
+    m_drops.note(source, count);
+}
+
+void Compositor::settleDrops()
+{
+    m_shown.clear();
+    for (const auto& s : m_screens) {
+        if (!s->surface || !s->surface->isValid())
+            continue;
+        for (const Item& item : s->items) {
+            if (item.source && item.player)
+                m_shown.emplace_back(item.source, item.player);
+        }
+    }
+    m_drops.settle(m_shown);
+}
+
+} // namespace kelmor::gl
