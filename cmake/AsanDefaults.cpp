@@ -10,7 +10,7 @@
 // and have such blocks, so runs failed at random. Without the interceptor the
 // leak check does not scan dynamic TLS: a pointer kept only there would be
 // reported as a leak, never hidden.
-extern "C" const char* __asan_default_options()
+extern "C" __attribute__((visibility("default"))) const char* __asan_default_options()
 {
     return "intercept_tls_get_addr=0";
 }

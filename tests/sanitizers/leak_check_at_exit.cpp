@@ -35,8 +35,10 @@ void* holdBlock(void* barrier)
         std::_Exit(2);
     }
     g_touch = reinterpret_cast<Touch>(dlsym(handle, "kelmor_touch_tls_block"));
-    if (!g_touch)
+    if (!g_touch) {
+        std::fprintf(stderr, "dlsym: %s\n", dlerror());
         std::_Exit(2);
+    }
     constexpr int kThreads = 8;
     pthread_barrier_t barrier;
     pthread_barrier_init(&barrier, nullptr, kThreads + 1);
