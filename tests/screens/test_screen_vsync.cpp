@@ -57,6 +57,18 @@ protected:
             return !shown.isNull() && near(shown.pixel(160, 90), colour, 2);
         });
     }
+
+    /// Windows 1 and 2 showing one pushed red picture over the whole of each;
+    /// its player once both show it, null otherwise.
+    QtAV::AVPlayer* twoWindowsShowingRed()
+    {
+        openWindow(1);
+        openWindow(2);
+        QtAV::AVPlayer* player = pushedPlayer(solid(Qt::red));
+        show(player, ScreenService::getInstance().screenById(1), QRect(0, 0, 320, 180));
+        show(player, ScreenService::getInstance().screenById(2), QRect(0, 0, 320, 180));
+        return windowShows(1, Qt::red) && windowShows(2, Qt::red) ? player : nullptr;
+    }
 };
 
 TEST_F(ScreenVsyncTest, TheWindowShowsTheScreensPictureThroughItsOwnThread)
@@ -130,13 +142,8 @@ TEST_F(ScreenVsyncTest, ThreeWindowsEachShowTheirOwnPicture)
 
 TEST_F(ScreenVsyncTest, AWindowClosedWhileItsThreadPresentsLeavesTheOthersRunning)
 {
-    openWindow(1);
-    openWindow(2);
-    QtAV::AVPlayer* player = pushedPlayer(solid(Qt::red));
-    show(player, ScreenService::getInstance().screenById(1), QRect(0, 0, 320, 180));
-    show(player, ScreenService::getInstance().screenById(2), QRect(0, 0, 320, 180));
-    ASSERT_TRUE(windowShows(1, Qt::red));
-    ASSERT_TRUE(windowShows(2, Qt::red));
+    QtAV::AVPlayer* player = twoWindowsShowingRed();
+    ASSERT_NE(player, nullptr) << "windows 1 and 2 never both showed red";
     for (int i = 0; i < 10; ++i) {
         player->pushFrame(QtAV::VideoFrame(solid(i % 2 ? Qt::red : Qt::blue)));
         QTest::qWait(2);
@@ -197,13 +204,8 @@ TEST_F(ScreenVsyncTest, VirtualScreenLayerFollowsAPresentedWindowsPicture)
 
 TEST_F(ScreenVsyncTest, AHiddenWindowHoldsNoOtherAndShowsTheNewestPictureWhenShownAgain)
 {
-    openWindow(1);
-    openWindow(2);
-    QtAV::AVPlayer* player = pushedPlayer(solid(Qt::red));
-    show(player, ScreenService::getInstance().screenById(1), QRect(0, 0, 320, 180));
-    show(player, ScreenService::getInstance().screenById(2), QRect(0, 0, 320, 180));
-    ASSERT_TRUE(windowShows(1, Qt::red));
-    ASSERT_TRUE(windowShows(2, Qt::red));
+    QtAV::AVPlayer* player = twoWindowsShowingRed();
+    ASSERT_NE(player, nullptr) << "windows 1 and 2 never both showed red";
     QWindow* first = nullptr;
     for (QWindow* window : QGuiApplication::topLevelWindows()) {
         if (window->title() == QLatin1String("Output 1"))
