@@ -2,8 +2,9 @@
 // hold dynamic TLS blocks of a dlopen'ed module, as the GL driver's and
 // libmpv's threads do. Each round forks a child that loads the module, starts
 // threads that touch its block and exits while they still run; the child must
-// exit 0. With the runtime's __tls_get_addr interceptor on, about half of such
-// exits end in "Tracer caught signal 11" (cmake/AsanDefaults.cpp).
+// exit 0. With the runtime's __tls_get_addr interceptor on, such exits end in
+// "Tracer caught signal 11" (every one with this 16-byte block; about half in a
+// plain C program): cmake/AsanDefaults.cpp.
 //
 // Usage: kelmor_leak_check_at_exit <module> [rounds]
 #include <dlfcn.h>
