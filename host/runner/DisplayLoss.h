@@ -12,10 +12,15 @@
 // _exit(kExitCode), so nothing else touches the display.
 //
 // Threading: made and destroyed on the GUI thread. The handlers run on the
-// thread that met the error; recordings belong to the GUI thread and are
-// finished only there (elsewhere the note says they were not). After the
-// object is gone (the run's objects are being destroyed) a loss still ends
-// the process with kExitCode, without the recordings' lines.
+// thread that met the error. Recordings belong to the GUI thread and are
+// finished only there: a loss met on another thread (a window's
+// presentation thread swapping) is handed to the GUI thread with a queued
+// call, and that thread waits. Should the GUI thread not take the end over
+// within 3 s, the thread that met the loss ends the run itself (the note
+// says the recordings could not be finished); should finishing them take
+// more than 30 s, the run ends all the same. After the object is gone (the
+// run's objects are being destroyed) a loss still ends the process with
+// kExitCode, without the recordings' lines.
 #pragma once
 
 class EventHub;

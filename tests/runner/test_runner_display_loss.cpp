@@ -163,8 +163,8 @@ void expectCleanEnd(const LossRun& run)
     EXPECT_FALSE(run.crashed) << "the runner crashed; stderr:\n" << run.errText.toStdString();
     EXPECT_EQ(run.exitCode, kDisplayLostExit) << run.errText.toStdString();
     EXPECT_TRUE(run.errText.contains(QLatin1String("connection to the X server"))) << run.errText.toStdString();
-    EXPECT_TRUE(hasHostLine(run.lines, QStringLiteral("displayLost")));
-    EXPECT_TRUE(hasHostLine(run.lines, QStringLiteral("recordFinished")));
+    EXPECT_TRUE(hasHostLine(run.lines, QStringLiteral("displayLost"))) << run.errText.toStdString();
+    EXPECT_TRUE(hasHostLine(run.lines, QStringLiteral("recordFinished"))) << run.errText.toStdString();
     const double seconds = probedDuration(run.recording);
     EXPECT_GT(seconds, 0.5) << "ffprobe cannot read " << run.recording.toStdString() << " (size "
                             << QFileInfo(run.recording).size() << ")";
