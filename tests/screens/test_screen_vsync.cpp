@@ -258,3 +258,44 @@ TEST_F(ScreenVsyncTest, APlayedClipFillingTheWindowIsShownUprightAndAsTheSnapsho
             << "window " << id << " at (" << worst.x() << ", " << worst.y() << ")";
     }
 }
+
+TEST_F(ScreenVsyncTest, ALayerFreedWhileItsPictureIsPresentedLeavesTheWindowToTheNextLayer)
+{
+    const QString clip = ScreenMedia::quadrantClip();
+    ASSERT_FALSE(clip.isEmpty()) << "ffmpeg could not make the clip";
+    ScreenWidget* window = openWindow(1);
+    // The played layer fills the window 1:1, so its own texture is what the
+    // window's thread copies; it is freed while it plays, several times, and
+    // each time the next layer must reach the window.
+    for (int round = 0; round < 3; ++round) {
+        QtAV::AVPlayer* player = newPlayer();
+        player->setMediaType(QStringLiteral("video"));
+        QSignalSpy loaded(player, &QtAV::AVPlayer::loaded);
+        player->setFile(clip);
+        QtAV::NoxOpenGLRender* render = show(player, window, QRect(0, 0, 320, 180), QSizeF(320, 180));
+        ASSERT_TRUE(waitUntil([&] { return loaded.count() > 0; })) << "round " << round;
+        player->pause(false);
+        ASSERT_TRUE(waitUntil([&] {
+            const QImage shown = windowPixels(1);
+            return !shown.isNull() && quadrantsIn(shown, QRect(0, 0, 320, 180));
+        })) << "round " << round;
+        // Freed while its render object is still on the screen, as the
+        // window's thread copies its frames.
+        QPointer<QtAV::AVPlayer> gone(player);
+        QObject::connect(player, &QtAV::AVPlayer::sig_deleteObj, player,
+                         [player] { player->deleteLater(); });
+        player->releaseObj();
+        ASSERT_TRUE(waitUntil([&] { return gone.isNull(); })) << "round " << round;
+        window->removeRender(render);
+
+        const QColor next = round % 2 ? Qt::blue : Qt::green;
+        QtAV::AVPlayer* pushed = pushedPlayer(solid(next, 320, 180));
+        QtAV::NoxOpenGLRender* nextRender = show(pushed, window, QRect(0, 0, 320, 180));
+        EXPECT_TRUE(windowShows(1, next)) << "round " << round;
+        const quint64 presented = ScreenService::getInstance().presentedFrames(1);
+        pushed->pushFrame(QtAV::VideoFrame(solid(next, 320, 180)));
+        EXPECT_TRUE(waitUntil([&] { return ScreenService::getInstance().presentedFrames(1) > presented; }))
+            << "round " << round << ": the window's thread stopped presenting";
+        window->removeRender(nextRender); // the next round's clip is the lone layer again
+    }
+}

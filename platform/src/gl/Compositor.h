@@ -105,6 +105,11 @@ public:
     /// Output frames drawn so far for a screen (tests, diagnostics).
     quint64 drawCount(ScreenWidget* widget) const;
 
+    /// A frame source is being destroyed and is about to delete its texture
+    /// (unregisterFrameSource; GUI thread): no presentation thread may keep
+    /// it, and no later source at the same address may be taken for it.
+    void sourceGone(QtAV::VideoFrameSource* source);
+
     /// A source's dropped frames (reportDroppedFrames; GUI thread).
     void noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count);
     /// Frames a player had due while shown that never reached a screen

@@ -189,6 +189,17 @@ void Compositor::updateSources()
     }
 }
 
+void Compositor::sourceGone(QtAV::VideoFrameSource* source)
+{
+    const auto lent = m_lent.find(source);
+    if (lent == m_lent.end())
+        return;
+    const unsigned texture = lent->id;
+    m_lent.erase(lent);
+    for (const auto& screen : m_screens)
+        screen->surface->releaseTexture(texture);
+}
+
 void Compositor::noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count)
 {
     m_drops.note(source, count);

@@ -215,6 +215,17 @@ void registerFrameSource(VideoFrameSource* source)
 void unregisterFrameSource(VideoFrameSource* source)
 {
     kelmor::gl::registeredSources().removeAll(source);
+    // Its texture goes next: a presentation thread copying it lets go first.
+    // The compositor is set and destroyed on this (the GUI) thread, so it is
+    // used outside the lock, which the engines' threads take to ask for
+    // frames: they never wait for the copy.
+    kelmor::gl::Compositor* compositor = nullptr;
+    {
+        QMutexLocker lock(&kelmor::gl::g_compositorMutex);
+        compositor = kelmor::gl::g_compositor;
+    }
+    if (compositor)
+        compositor->sourceGone(source);
 }
 
 } // namespace QtAV

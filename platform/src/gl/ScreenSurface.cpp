@@ -197,6 +197,17 @@ bool ScreenSurface::presentTexture(const QtAV::FrameTexture& texture)
     return true;
 }
 
+void ScreenSurface::releaseTexture(unsigned texture)
+{
+    // A copy takes a few milliseconds; a thread stuck longer (a display
+    // going away) is not waited for: the GL object itself lives on until
+    // that thread lets go of it, only the picture may be wrong.
+    constexpr int kCopyWaitMs = 500;
+    if (m_presenter && !m_presenter->release(texture, kCopyWaitMs))
+        qDebug() << "releaseTexture: the presentation thread still copies texture" << texture
+                 << "after" << kCopyWaitMs << "ms";
+}
+
 QImage ScreenSurface::readOutput() const
 {
     if (!output())

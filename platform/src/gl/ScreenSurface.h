@@ -78,6 +78,10 @@ public:
     /// window instead of the output picture; false without a presentation
     /// thread or an exposed window.
     bool presentTexture(const QtAV::FrameTexture& texture);
+    /// The texture given to presentTexture is about to be deleted: the
+    /// presentation thread lets go of it (a copy under way is waited for,
+    /// briefly).
+    void releaseTexture(unsigned texture);
     /// The output picture, top row first.
     QImage readOutput() const;
 

@@ -7,6 +7,7 @@
 #include <QOpenGLExtraFunctions>
 #include <QOpenGLFunctions>
 #include <QWindow>
+#include <chrono>
 #include <set>
 
 namespace kelmor::gl {
@@ -165,6 +166,28 @@ void WindowPresenter::reclaim()
     }
 }
 
+bool WindowPresenter::release(unsigned texture, int limitMs)
+{
+    if (texture == 0)
+        return true;
+    Job dropped;
+    bool done = false;
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        if (m_next.texture == texture) {
+            dropped = m_next;
+            m_next = Job();
+        }
+        done = m_copied.wait_for(lock, std::chrono::milliseconds(limitMs),
+                                 [&] { return m_showing != texture; });
+    }
+    if (dropped.texture) {
+        m_replaced.fetch_add(1);
+        dropFence(dropped);
+    }
+    return done;
+}
+
 bool WindowPresenter::holds(unsigned texture) const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
@@ -188,6 +211,7 @@ void WindowPresenter::run()
             show(job);
         std::lock_guard<std::mutex> lock(m_mutex);
         m_showing = 0;
+        m_copied.notify_all();
     }
     if (glAbandoned()) {
         // The display is gone: no GL call may reach it. The OS takes the
@@ -243,6 +267,7 @@ void WindowPresenter::show(const Job& job)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_showing = 0;
+        m_copied.notify_all();
     }
     m_context->swapBuffers(m_window);
     m_presented.fetch_add(1);

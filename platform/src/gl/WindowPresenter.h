@@ -17,7 +17,7 @@
 // pictures rather than queueing them.
 //
 // Threading: construction, start(), stop(), destruction, present(),
-// reclaim(), holds() and the counters from the compositor's thread (the GUI
+// reclaim(), release(), holds() and the counters from the compositor's thread (the GUI
 // thread) with the compositor's context current; the presenter thread makes
 // only its own context current. The window is not owned and must outlive the
 // presenter. stopAll() runs as the application object goes.
@@ -64,6 +64,11 @@ public:
     void reclaim();
     /// Whether the presenter holds `texture` now (showing it or about to).
     bool holds(unsigned texture) const;
+    /// Makes the presenter let go of `texture`, which is about to be
+    /// deleted: a picture of it not yet taken is dropped, and a copy of it
+    /// under way is waited for (at most `limitMs`). False when the copy was
+    /// still under way at the limit.
+    bool release(unsigned texture, int limitMs);
 
     /// Stops the thread after the swap under way; its context and GL objects
     /// are freed. Nothing is presented afterwards. Idempotent.
@@ -101,6 +106,7 @@ private:
 
     mutable std::mutex m_mutex;               // guards the fields below
     std::condition_variable m_wake;
+    std::condition_variable m_copied;         // m_showing went back to 0
     Job m_next;                               // waiting to be taken (texture 0: none)
     unsigned m_showing = 0;                   // texture being copied now
     std::vector<void*> m_orphanFences;        // fences of pictures that could not be shown
