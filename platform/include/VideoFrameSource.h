@@ -78,8 +78,15 @@ KELMOR_PLATFORM_EXPORT void unregisterFrameSource(VideoFrameSource* source);
 /// every GL resource of a frame source belongs to its share group.
 KELMOR_PLATFORM_EXPORT QOpenGLContext* compositorContext();
 
-/// Asks the output screens for a new output frame soon (any thread).
+/// Asks the output screens for a new output frame soon (any thread). Output
+/// frames are paced to the display's refresh: the frame comes at the next
+/// refresh interval after the last one.
 KELMOR_PLATFORM_EXPORT void requestCompositorFrame();
+/// Asks for a new output frame at once, not at the display's pace (any
+/// thread). For a frame the engine waits on while the host waits for it too:
+/// a layer being readied, whose engine holds its first picture until the
+/// screens take it. Costs one output frame drawn outside the pace.
+KELMOR_PLATFORM_EXPORT void requestPromptCompositorFrame();
 
 /// Tells the output screens that `count` frames of `source` were due but
 /// never reached its texture: replaced by a newer frame before an output

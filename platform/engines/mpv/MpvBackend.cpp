@@ -181,6 +181,7 @@ void MpvBackend::playReady(const QString& file, qint64 msec, bool pause)
     m_ready.serial = ++m_readySerial;
     m_paused = pause;
     requestPause(true); // held while the frame is prepared
+    promptWhileReadying();
     if (m_loaded)
         sendReadySeek(); // otherwise once the source is open
 }

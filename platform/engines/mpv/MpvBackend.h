@@ -203,6 +203,7 @@ private:
     void reportDecoder(const QString& hwdecCurrent);
     void syncPictureSize();
     void completeReady();               // the play-ready's frame is there: report it
+    void promptWhileReadying();         // frames taken at once while a play-ready runs
 
     // Bad sources (MpvBackendChecks.cpp).
     /// A local path that cannot be media (missing, a directory, empty,

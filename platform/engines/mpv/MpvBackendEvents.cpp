@@ -163,8 +163,10 @@ void MpvBackend::drainEvents()
     // player's signals): the loop ends then.
     while (m_mpv) {
         mpv_event* event = mpv_wait_event(m_mpv, 0);
-        if (!event || event->event_id == MPV_EVENT_NONE)
+        if (!event || event->event_id == MPV_EVENT_NONE) {
+            promptWhileReadying(); // the events may have ended a play-ready
             return;
+        }
         handleEvent(*event);
     }
 }
@@ -416,6 +418,16 @@ void MpvBackend::completeReady()
         requestPause(false);
     }
     m_sink.playReadySucess();
+}
+
+void MpvBackend::promptWhileReadying()
+{
+    // libmpv's video output holds a picture until the screens take it, and
+    // the restart that completes a play-ready comes after that: taking the
+    // frame at the display's pace would add up to a refresh interval per
+    // picture to the ready. Paced again once the ready is done.
+    if (m_frames)
+        m_frames->setPrompt(m_ready.active);
 }
 
 void MpvBackend::onEndReached()

@@ -74,8 +74,12 @@ void MpvFrameSource::onUpdate(void* self)
 {
     // The compositor folds repeated requests into one; asking every time means
     // a frame is never lost when the source was not drawn at the last tick.
-    static_cast<MpvFrameSource*>(self)->m_pending.store(true);
-    requestCompositorFrame();
+    auto* source = static_cast<MpvFrameSource*>(self);
+    source->m_pending.store(true);
+    if (source->m_prompt.load())
+        requestPromptCompositorFrame();
+    else
+        requestCompositorFrame();
 }
 
 void MpvFrameSource::setPictureSize(const QSize& size)

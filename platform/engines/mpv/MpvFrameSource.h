@@ -60,6 +60,10 @@ public:
     bool pollFrameDue();
     /// Joins a start gate (MpvStartGate.h): new frames wait for the group.
     void joinStartGate(const std::shared_ptr<MpvStartGate>& gate);
+    /// While set, libmpv's new frames are taken at once rather than at the
+    /// display's pace (a play-ready: libmpv holds the restart, and so the
+    /// ready, until its frame is taken). Any thread.
+    void setPrompt(bool prompt) { m_prompt.store(prompt); }
     /// libmpv's video output dropped `count` frames (they came too late to
     /// be drawn); reported to the screens at the next output frame that
     /// brings this source up to date, forgotten when nothing shows it.
@@ -78,6 +82,7 @@ private:
     static std::atomic<int> s_live;         // render contexts not yet freed
     mpv_render_context* m_render;           // GUI thread
     std::atomic<bool> m_pending{false};     // a frame is due (any thread)
+    std::atomic<bool> m_prompt{false};      // take new frames at once (any thread)
     // GUI thread.
     std::unique_ptr<QOpenGLFramebufferObject> m_target;
     QSize m_pictureSize;

@@ -60,8 +60,15 @@ Compositor::~Compositor()
     }
 }
 
-void Compositor::requestFrame()
+void Compositor::requestFrame(bool prompt)
 {
+    // A prompt request is scheduled again even when a tick is already asked
+    // for: that tick may be waiting for the display's pace.
+    if (prompt && !m_prompt.exchange(true)) {
+        m_requested.store(true);
+        QMetaObject::invokeMethod(this, [this] { schedule(); }, Qt::QueuedConnection);
+        return;
+    }
     if (m_requested.exchange(true))
         return;
     QMetaObject::invokeMethod(this, [this] { schedule(); }, Qt::QueuedConnection);
@@ -69,6 +76,11 @@ void Compositor::requestFrame()
 
 void Compositor::schedule()
 {
+    const bool prompt = m_prompt.exchange(false);
+    if (prompt) {
+        m_timer.start(0);
+        return;
+    }
     if (m_timer.isActive())
         return;
     const qint64 since = m_clock.elapsed() - m_lastTick;

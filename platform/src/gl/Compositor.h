@@ -72,8 +72,9 @@ public:
     Compositor();
     ~Compositor() override;
 
-    /// Asks for a tick soon (any thread).
-    void requestFrame();
+    /// Asks for a tick (any thread): at the display's pace, or at once with
+    /// `prompt` (requestPromptCompositorFrame).
+    void requestFrame(bool prompt = false);
 
     void screenOpened(ScreenWidget* widget);
     void screenClosing(ScreenWidget* widget);
@@ -195,6 +196,7 @@ private:
     void settleDrops();
 
     std::atomic<bool> m_requested{false}; // a tick is asked for (any thread)
+    std::atomic<bool> m_prompt{false};    // ... and wanted at once (any thread)
 
     // GUI thread.
     QTimer m_timer;                         // single shot, to the next tick

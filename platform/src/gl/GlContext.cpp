@@ -194,6 +194,13 @@ void requestCompositorFrame()
         kelmor::gl::g_compositor->requestFrame();
 }
 
+void requestPromptCompositorFrame()
+{
+    QMutexLocker lock(&kelmor::gl::g_compositorMutex);
+    if (kelmor::gl::g_compositor)
+        kelmor::gl::g_compositor->requestFrame(true);
+}
+
 void reportDroppedFrames(VideoFrameSource* source, quint64 count)
 {
     if (!source || count == 0)
