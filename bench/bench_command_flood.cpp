@@ -17,7 +17,7 @@
 // then the medians over the phases of each kind and the ratio of their p99
 // frame times, flood / quiet (goal: within 10%, i.e. <= 1.10).
 //
-//   xvfb-run -a -s "-screen 0 1920x1080x24" env QT_QPA_PLATFORM=offscreen
+//   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_command_flood [--minutes 10] [--phase 60]
 #include "bench_common.h"
 

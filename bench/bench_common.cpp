@@ -58,7 +58,7 @@ bool BenchApp::start(const QCommandLineParser& parser)
     QtAV::installMediaEngine(QtAV::createMpvEngine(options));
     if (!QtAV::compositorContext()) {
         std::fprintf(stderr, "no OpenGL context: run under an X server, e.g.\n"
-                             "  xvfb-run -a -s \"-screen 0 1920x1080x24\" env QT_QPA_PLATFORM=offscreen %s\n",
+                             "  xvfb-run -a -s \"-screen 0 1920x1080x24 -noreset\" env QT_QPA_PLATFORM=offscreen %s\n",
                      qPrintable(QCoreApplication::applicationFilePath()));
         return false;
     }

@@ -35,7 +35,7 @@
 //   the same with vsync presentation, and vsync1 / win1
 // and the load average with every row.
 //
-//   xvfb-run -a -s "-screen 0 1920x1080x24" build/bench/kelmor_bench_compositor [--reps 3]
+//   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" build/bench/kelmor_bench_compositor [--reps 3]
 // (Qt's xcb platform: windowed screens need it; not QT_QPA_PLATFORM=offscreen.)
 #include "bench_common.h"
 

@@ -27,7 +27,7 @@
 // decodes when decoding is all it does. Printed: capacity / floor (goal
 // >= 0.5 on llvmpipe), with the load average on every row.
 //
-//   xvfb-run -a -s "-screen 0 1920x1080x24" env QT_QPA_PLATFORM=offscreen
+//   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_layer_capacity [--seconds 60] [--heights 360,720]
 #include "bench_common.h"
 

@@ -20,7 +20,7 @@
 // Runs alternate ours / reference (--runs, default 1) and the ratio is the
 // median of the per-run ratios; the load average is printed with each run.
 //
-//   xvfb-run -a -s "-screen 0 1920x1080x24" env QT_QPA_PLATFORM=offscreen
+//   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_play_cpu [--runs 5]
 #include "bench_common.h"
 

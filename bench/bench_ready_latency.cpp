@@ -21,7 +21,7 @@
 // Printed: p50 / p95 / max in ms and the ratios of ours to the reference
 // (goal: p50 ratio <= 1.15). --reps sets the repetitions (default 20).
 //
-//   xvfb-run -a -s "-screen 0 1920x1080x24" env QT_QPA_PLATFORM=offscreen
+//   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_ready_latency [--reps 50]
 #include "bare_mpv.h"
 #include "bench_common.h"

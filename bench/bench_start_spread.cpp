@@ -22,7 +22,7 @@
 //
 // Target: worst spread <= 33 ms (one frame at 30 fps).
 //
-//   xvfb-run -a -s "-screen 0 1920x1080x24" env QT_QPA_PLATFORM=offscreen
+//   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_start_spread [--starts 200]
 #include "bare_mpv.h"
 #include "bench_common.h"

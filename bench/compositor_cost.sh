@@ -42,7 +42,7 @@ fi
 
 run() {
     echo "== $* (load average $(cut -d' ' -f1-3 /proc/loadavg))" | tee -a "$log"
-    xvfb-run -a -s "-screen 0 1920x1080x24" "$@" --media-dir "$media" 2>&1 | tee -a "$log"
+    xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" "$@" --media-dir "$media" 2>&1 | tee -a "$log"
 }
 
 : > "$log"

@@ -104,4 +104,4 @@ done
 echo "files: ${#lines[@]} in $runs runs; runs ok $ok, crashed $crash, hung $hang"
 echo "files with a mediaError: $errors, loaded: $loads, both: $both, neither: $neither"
 RUNS
-xvfb-run -a -s "-screen 0 1920x1080x24" bash "$work/runs.sh" "$show_bin" "$work" "$per_run"
+xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" bash "$work/runs.sh" "$show_bin" "$work" "$per_run"

@@ -15,7 +15,7 @@ its standard input and samples /proc/<pid> of the runner as it goes.
           between two position events of a playing layer.
 
 Run under an X server (GL):
-  xvfb-run -a -s "-screen 0 1920x1080x24" bench/layer_cycles.py cycles --bin build/default/host/kelmor-show
+  xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" bench/layer_cycles.py cycles --bin build/default/host/kelmor-show
 Media come from examples/make-demo-media.sh (made when missing).
 """
 import argparse, json, os, subprocess, sys, tempfile, threading, time

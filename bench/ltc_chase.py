@@ -31,7 +31,7 @@ average is printed at the start and the end: on a loaded machine the
 figures mean little.
 
 Usage (an X server is needed for the screens' OpenGL):
-  xvfb-run -a -s "-screen 0 1920x1080x24" bench/ltc_chase.py --build build/default
+  xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" bench/ltc_chase.py --build build/default
 """
 import argparse
 import json

@@ -57,4 +57,4 @@ for show in two eight; do
 done
 grep -h "mpv: audio output\|mpv: no sound output" "$work/err.txt" | head -1 || true
 LOOP
-xvfb-run -a -s "-screen 0 1920x1080x24" bash "$work/loop.sh" "$show_bin" "$runs" "$work" "$@"
+xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" bash "$work/loop.sh" "$show_bin" "$runs" "$work" "$@"

@@ -15,7 +15,7 @@
 set -euo pipefail
 # Everything below runs under one virtual X server (OpenGL for the player).
 if [ -z "${DISPLAY:-}" ]; then
-  exec xvfb-run -a -s "-screen 0 1920x1080x24" "$0" "$@"
+  exec xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" "$0" "$@"
 fi
 cd "$(dirname "$0")/.."
 build=${1:-build/default}

@@ -44,7 +44,7 @@ args=(--out "$out" --set "media=$root/$media" --position-interval 500)
 
 if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
   echo "run-demo: no display; running offscreen under xvfb-run" >&2
-  xvfb-run -a -s "-screen 0 1920x1080x24" "$show_bin" --offscreen "${args[@]}" examples/demo.show \
+  xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" "$show_bin" --offscreen "${args[@]}" examples/demo.show \
     | tee "$out/events.jsonl"
 else
   "$show_bin" "${args[@]}" examples/demo.show | tee "$out/events.jsonl"

@@ -12,9 +12,12 @@ root=$(pwd)
 ./scripts/install-deps.sh
 jobs=$(nproc)
 
-# Tests that need a GL context run under a virtual X server.
+# Tests that need a GL context run under a virtual X server. -noreset: by
+# default the server resets whenever its last client leaves, and a program
+# that connects during the reset is cut off at once; its Qt then has no
+# OpenGL for the rest of the process ("OpenGL context failed").
 run_x() {
-  if [ -n "${DISPLAY:-}" ]; then "$@"; else xvfb-run -a -s "-screen 0 1920x1080x24" "$@"; fi
+  if [ -n "${DISPLAY:-}" ]; then "$@"; else xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" "$@"; fi
 }
 
 step() { echo; echo "==== $*"; }

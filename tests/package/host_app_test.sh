@@ -25,7 +25,7 @@ if [ -z "${DISPLAY:-}" ] && [ -z "${HOST_APP_TEST_UNDER_XVFB:-}" ]; then
   # after itself, so the verdict comes back through a file.
   rm -f "$result"
   rc=0
-  HOST_APP_TEST_UNDER_XVFB=1 xvfb-run -a -s "-screen 0 1920x1080x24" "$0" "$prefix" "$work" || rc=$?
+  HOST_APP_TEST_UNDER_XVFB=1 xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" "$0" "$prefix" "$work" || rc=$?
   if [ "$(cat "$result" 2>/dev/null)" = passed ]; then
     exit 0
   fi
