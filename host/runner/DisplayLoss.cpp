@@ -156,23 +156,24 @@ bool waitWhile(int state, std::chrono::steady_clock::duration limit)
     if (!g_state.compare_exchange_strong(expected, HandedOver))
         parkForever(); // another report is ending the run
     const QString where = QThread::currentThread()->objectName();
+    const QString metHere = QStringLiteral("%1; met on the thread %2")
+                                .arg(reason, where.isEmpty() ? QStringLiteral("(unnamed)") : where);
     {
         std::lock_guard<std::mutex> lock(g_reasonMutex);
-        g_handedReason = QStringLiteral("%1; met on the thread %2")
-                             .arg(reason, where.isEmpty() ? QStringLiteral("(unnamed)") : where);
+        g_handedReason = metHere;
     }
     QMetaObject::invokeMethod(app, takeOverOnGuiThread, Qt::QueuedConnection);
     if (!waitWhile(HandedOver, kTakeOverWait)) {
         expected = HandedOver;
         if (g_state.compare_exchange_strong(expected, EndingElsewhere))
-            endHere(reason, QStringLiteral("the GUI thread did not take the end over"));
+            endHere(metHere, QStringLiteral("the GUI thread did not take the end over"));
     }
     // The GUI thread is ending the run; should it get stuck finishing the
     // recordings, the run still ends.
     if (g_state.load() == EndingOnGuiThread && !waitWhile(EndingOnGuiThread, kFinishWait)) {
         console::note(QStringLiteral("lost the connection to the X server (%1); the recordings did not "
                                      "finish in time; exit code %2")
-                          .arg(reason)
+                          .arg(metHere)
                           .arg(DisplayLoss::kExitCode));
         endProcess();
     }

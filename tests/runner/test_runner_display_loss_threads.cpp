@@ -73,6 +73,7 @@ TEST(RunnerDisplayLossThreads, AGuiThreadThatNeverAnswersStillLetsTheRunEnd)
 {
     ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(loseTheDisplayOffTheGuiThread(false), testing::ExitedWithCode(DisplayLoss::kExitCode),
-                "lost the connection to the X server .*; recordings, if any, could not be finished "
+                "lost the connection to the X server \\(.*; met on the thread \\(unnamed\\)\\); "
+                "recordings, if any, could not be finished "
                 "\\(the GUI thread did not take the end over\\); exit code 3");
 }
