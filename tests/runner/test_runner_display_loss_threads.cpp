@@ -15,6 +15,7 @@
 #include <QCoreApplication>
 #include <gtest/gtest.h>
 
+#include <string>
 #include <thread>
 
 #include <X11/Xlib.h> // last: its macros (None, Bool, ...) break other headers
@@ -56,6 +57,11 @@ void loseTheDisplayOffTheGuiThread(bool guiAnswers)
     std::_Exit(0); // not reached: the watch ends the process
 }
 
+/// The note every such run ends with, up to what it says of recordings.
+const std::string kNoteStart =
+    "lost the connection to the X server \\(Xlib: fatal I/O error on display \\?: .*; met on the "
+    "thread \\(unnamed\\)\\); ";
+
 } // namespace
 
 TEST(RunnerDisplayLossThreads, ALossMetOffTheGuiThreadIsEndedOnTheGuiThread)
@@ -64,16 +70,13 @@ TEST(RunnerDisplayLossThreads, ALossMetOffTheGuiThreadIsEndedOnTheGuiThread)
     // "recording(s) finished" is said only by an end on the GUI thread; the
     // thread that met the loss would say "no recording running".
     EXPECT_EXIT(loseTheDisplayOffTheGuiThread(true), testing::ExitedWithCode(DisplayLoss::kExitCode),
-                "lost the connection to the X server \\(Xlib: fatal I/O error on display \\?: .*; met on the "
-                "thread \\(unnamed\\)\\); "
-                "0 recording\\(s\\) finished; exit code 3");
+                kNoteStart + "0 recording\\(s\\) finished; exit code 3");
 }
 
 TEST(RunnerDisplayLossThreads, AGuiThreadThatNeverAnswersStillLetsTheRunEnd)
 {
     ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
     EXPECT_EXIT(loseTheDisplayOffTheGuiThread(false), testing::ExitedWithCode(DisplayLoss::kExitCode),
-                "lost the connection to the X server \\(.*; met on the thread \\(unnamed\\)\\); "
-                "recordings, if any, could not be finished "
-                "\\(the GUI thread did not take the end over\\); exit code 3");
+                kNoteStart + "recordings, if any, could not be finished \\(the GUI thread did not "
+                             "take the end over\\); exit code 3");
 }
