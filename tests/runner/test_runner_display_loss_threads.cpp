@@ -15,6 +15,7 @@
 #include <QCoreApplication>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 

@@ -279,8 +279,8 @@ TEST_F(ScreenVsyncTest, ALayerFreedWhileItsPictureIsPresentedLeavesTheWindowToTh
             const QImage shown = windowPixels(1);
             return !shown.isNull() && quadrantsIn(shown, QRect(0, 0, 320, 180));
         })) << "round " << round;
-        // Freed while its render object is still on the screen, as the
-        // window's thread copies its frames.
+        // Freed while its render object is still on the screen: the
+        // window's thread may be copying one of its frames.
         QPointer<QtAV::AVPlayer> gone(player);
         QObject::connect(player, &QtAV::AVPlayer::sig_deleteObj, player,
                          [player] { player->deleteLater(); });
