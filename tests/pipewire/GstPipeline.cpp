@@ -1,6 +1,7 @@
 #include "GstPipeline.h"
 
 #include <QDeadlineTimer>
+#include <QDebug>
 #include <QFile>
 #include <QImage>
 #include <QTemporaryDir>
@@ -19,15 +20,26 @@ GstPipeline::~GstPipeline()
 
 bool GstPipeline::start()
 {
-    m_process = std::make_unique<QProcess>();
-    m_process->setProcessChannelMode(QProcess::MergedChannels);
-    // setpriv --pdeathsig: the pipeline ends with this process, even when a
-    // test crashes.
-    QStringList args{QStringLiteral("--pdeathsig"), QStringLiteral("KILL"),
-                     QStringLiteral("gst-launch-1.0"), QStringLiteral("-q")};
-    args += QProcess::splitCommand(m_description);
-    m_process->start(QStringLiteral("setpriv"), args);
-    return m_process->waitForStarted(5000);
+    // A ThreadSanitizer test process on a loaded machine has once failed to
+    // start a pipeline (CI, 2 cores, two test processes): the start is given
+    // time, says why it failed, and is tried once more, since starting a
+    // child is not what the tests are about.
+    for (int attempt = 1; attempt <= 2; ++attempt) {
+        m_process = std::make_unique<QProcess>();
+        m_process->setProcessChannelMode(QProcess::MergedChannels);
+        // setpriv --pdeathsig: the pipeline ends with this process, even
+        // when a test crashes.
+        QStringList args{QStringLiteral("--pdeathsig"), QStringLiteral("KILL"),
+                         QStringLiteral("gst-launch-1.0"), QStringLiteral("-q")};
+        args += QProcess::splitCommand(m_description);
+        m_process->start(QStringLiteral("setpriv"), args);
+        if (m_process->waitForStarted(20000))
+            return true;
+        qWarning().noquote() << "GstPipeline: start" << attempt << "failed:"
+                             << m_process->errorString() << "(state" << m_process->state() << ")";
+        stop();
+    }
+    return false;
 }
 
 void GstPipeline::stop()
