@@ -1,8 +1,8 @@
 #include "MpvFrameSource.h"
+#include "MpvRenderTarget.h"
 
 #include <QDebug>
 #include <QOpenGLContext>
-#include <QOpenGLFramebufferObject>
 #include <QOpenGLFunctions>
 #include <mpv/render_gl.h>
 
@@ -189,10 +189,7 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
         return FrameTexture{m_target->texture(), size, false};
     m_frameDue = false;
     if (resized) {
-        QOpenGLFramebufferObjectFormat format;
-        format.setAttachment(QOpenGLFramebufferObject::NoAttachment);
-        format.setInternalTextureFormat(GL_RGBA8);
-        m_target = std::make_unique<QOpenGLFramebufferObject>(size, format);
+        m_target = std::make_unique<MpvRenderTarget>(size);
         if (!m_target->isValid()) {
             qDebug() << "mpv: no framebuffer of" << size << "for the picture";
             m_target.reset();
@@ -200,7 +197,7 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
             return FrameTexture();
         }
     }
-    mpv_opengl_fbo fbo{static_cast<int>(m_target->handle()), size.width(), size.height(), 0};
+    mpv_opengl_fbo fbo{static_cast<int>(m_target->framebuffer()), size.width(), size.height(), 0};
     int flip = 0;
     int block = 0;
     mpv_render_param params[] = {

@@ -34,9 +34,9 @@
 
 struct mpv_handle;
 struct mpv_render_context;
-class QOpenGLFramebufferObject;
-
 namespace QtAV {
+
+class MpvRenderTarget;
 
 class MpvFrameSource : public VideoFrameSource
 {
@@ -84,7 +84,7 @@ private:
     std::atomic<bool> m_pending{false};     // a frame is due (any thread)
     std::atomic<bool> m_prompt{false};      // take new frames at once (any thread)
     // GUI thread.
-    std::unique_ptr<QOpenGLFramebufferObject> m_target;
+    std::unique_ptr<MpvRenderTarget> m_target;
     QSize m_pictureSize;
     quint64 m_serial = 0;
     bool m_hasFrame = false;                // m_target holds a rendered frame

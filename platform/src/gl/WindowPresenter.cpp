@@ -254,9 +254,13 @@ void WindowPresenter::show(const Job& job)
     // 0 is its bottom.
     const int top = job.topDown ? 0 : job.size.height();
     const int bottom = job.topDown ? job.size.height() : 0;
+    // At 1:1 nearest and linear filtering take the same texels; nearest lets
+    // a software driver copy memory when the texture's storage matches the
+    // window's (MpvRenderTarget.h) instead of drawing the copy.
+    const GLenum filter = job.size == job.windowPixels ? GL_NEAREST : GL_LINEAR;
     extra->glBlitFramebuffer(0, bottom, job.size.width(), top, 0, 0,
                              job.windowPixels.width(), job.windowPixels.height(),
-                             GL_COLOR_BUFFER_BIT, GL_LINEAR);
+                             GL_COLOR_BUFFER_BIT, filter);
     // Detached before the texture is handed back: the compositor draws into
     // it again from its own context.
     gl->glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, 0, 0);

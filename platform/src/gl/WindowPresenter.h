@@ -9,7 +9,10 @@
 // the presenter thread, with a context of its own in the compositor's share
 // group, waits for the fence on the GPU, copies the texture into the
 // window's back buffer and swaps. A window's vsync wait then holds its own
-// presenter only.
+// presenter only. A picture of the window's own size is copied with nearest
+// filtering (the same texels as linear at 1:1): where its texture's storage
+// matches the window's buffer (a libmpv picture, MpvRenderTarget.h), a
+// software GL driver then copies memory instead of drawing the copy.
 //
 // Mailbox: the presenter holds at most two pictures, the one it shows now
 // and the next one. A picture handed over while the next one waits replaces
