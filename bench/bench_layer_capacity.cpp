@@ -28,7 +28,9 @@
 // >= 0.5 on llvmpipe), with the load average on every row.
 //
 //   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
-//       build/bench/kelmor_bench_layer_capacity [--seconds 60] [--heights 360,720]
+//       build/bench/kelmor_bench_layer_capacity [--seconds 60] [--heights 360,720] [--threads]
+// (--threads: each step's CPU by thread name, in percent of one core; a
+// thread near 100 is a serial limit whatever the other cores do.)
 #include "bench_common.h"
 
 #include "AVPlayer.h"
@@ -75,6 +77,8 @@ struct Step
     quint64 fewestShown = 0;  // new frames of the slowest layer
     double expected = 0.0;    // new frames each layer should have shown
     double cpuPercent = 0.0;  // of one core
+    ThreadCpu threads0, threads1; // per-thread CPU around the measured time
+    double seconds = 0.0;     // the measured time
     bool loaded = true;
     bool fewFrames() const { return double(fewestShown) < expected - std::max(3.0, expected * 0.01); }
     bool dropped() const { return !loaded || voDrops != 0 || decoderDrops != 0 || fewFrames(); }
@@ -88,6 +92,8 @@ struct Step
         return !loaded || fewFrames() || dropRate() > tolerance;
     }
 };
+
+bool g_threads = false; // --threads: where the CPU of each step went
 
 qint64 counter(const Layer& layer, const char* name)
 {
@@ -120,11 +126,14 @@ Step runStep(int count, const Clip& clip, const QSize& picture, ScreenWidget* sc
         decoder0.push_back(counter(*layer, "decoder-frame-drop-count"));
     }
     const double cpu0 = selfCpuSeconds();
+    step.threads0 = threadCpu();
     const Clock::time_point t0 = Clock::now();
     for (auto& layer : layers)
         layer->player()->pause(false);
     runFor(seconds * 1000);
     const double wall = msSince(t0) / 1000.0;
+    step.threads1 = threadCpu();
+    step.seconds = wall;
     step.cpuPercent = (selfCpuSeconds() - cpu0) / wall * 100.0;
     step.expected = wall * clip.fps - 1.0; // the first frame after the start shows 1/30 s late
     step.fewestShown = std::numeric_limits<quint64>::max();
@@ -144,6 +153,8 @@ void printStep(const Step& s, double tolerance)
                 s.dropRate(), static_cast<unsigned long long>(s.fewestShown), s.expected,
                 s.cpuPercent, qPrintable(loadAverage()),
                 s.tooMany(tolerance) ? "  <- too many drops" : s.dropped() ? "  <- drops" : "");
+    if (g_threads)
+        printThreadShare(s.threads0, s.threads1, s.seconds);
     std::fflush(stdout);
 }
 
@@ -209,6 +220,7 @@ int main(int argc, char** argv)
                       "list", "360,720"});
     parser.addOption({"from", "First layer count tried (default 2).", "n", "2"});
     parser.addOption({"max-layers", "Highest layer count tried (default 96).", "n", "96"});
+    parser.addOption({"threads", "Print each step's CPU by thread, in percent of one core."});
     parser.addOption({"tolerance", "Drops allowed per thousand frames due (default 2).", "n", "2"});
     parser.process(app);
     if (!app.start(parser))
@@ -217,6 +229,7 @@ int main(int argc, char** argv)
     const int maxLayers = std::max(1, std::min(256, parser.value("max-layers").toInt()));
     const int from = std::max(1, std::min(maxLayers, parser.value("from").toInt()));
     const double tolerance = std::max(0.0, parser.value("tolerance").toDouble());
+    g_threads = parser.isSet("threads");
 
     std::printf("layer capacity: %d s per step on a 1280x720 offscreen screen; %u cores; "
                 "load average %s\n", seconds, cores(), qPrintable(loadAverage()));

@@ -144,10 +144,8 @@ ThreadCpu threadCpu()
     return result;
 }
 
-void printThreadCpu(const ThreadCpu& before, const ThreadCpu& after, double frames)
+ThreadCpu threadCpuBetween(const ThreadCpu& before, const ThreadCpu& after)
 {
-    if (frames <= 0)
-        return;
     ThreadCpu delta;
     for (const auto& [name, seconds] : after) {
         double start = 0.0;
@@ -159,9 +157,26 @@ void printThreadCpu(const ThreadCpu& before, const ThreadCpu& after, double fram
             delta.emplace_back(name, seconds - start);
     }
     std::sort(delta.begin(), delta.end(), [](const auto& a, const auto& b) { return a.second > b.second; });
+    return delta;
+}
+
+void printThreadCpu(const ThreadCpu& before, const ThreadCpu& after, double frames)
+{
+    if (frames <= 0)
+        return;
     std::printf("    CPU by thread (ms per frame):");
-    for (const auto& [name, seconds] : delta)
+    for (const auto& [name, seconds] : threadCpuBetween(before, after))
         std::printf("  %s %.2f", qPrintable(name), seconds * 1000.0 / frames);
+    std::printf("\n");
+}
+
+void printThreadShare(const ThreadCpu& before, const ThreadCpu& after, double seconds)
+{
+    if (seconds <= 0)
+        return;
+    std::printf("    CPU by thread (%% of one core):");
+    for (const auto& [name, used] : threadCpuBetween(before, after))
+        std::printf("  %s %.0f", qPrintable(name), used * 100.0 / seconds);
     std::printf("\n");
 }
 

@@ -39,8 +39,14 @@ double xServerCpuSeconds();
 /// same threads live.
 using ThreadCpu = std::vector<std::pair<QString, double>>;
 ThreadCpu threadCpu();
+/// The CPU seconds each thread name used between two snapshots (those that
+/// used any), the busiest first.
+ThreadCpu threadCpuBetween(const ThreadCpu& before, const ThreadCpu& after);
 /// Prints where the CPU time between two snapshots went, in ms per `frames`.
 void printThreadCpu(const ThreadCpu& before, const ThreadCpu& after, double frames);
+/// Prints the same in percent of one core over `seconds` of wall time: a
+/// thread at 100 is a serial limit, whatever the other cores do.
+void printThreadShare(const ThreadCpu& before, const ThreadCpu& after, double seconds);
 
 /// Nearest-rank percentile (p in 0..100) of unsorted values; 0 when empty.
 double percentile(std::vector<double> values, double p);
