@@ -29,8 +29,10 @@
 //
 //   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_layer_capacity [--seconds 60] [--heights 360,720] [--threads]
-// (--threads: each step's CPU by thread name, in percent of one core; a
-// thread near 100 is a serial limit whatever the other cores do.)
+// (--threads: each step's CPU by thread name, in percent of one core, a
+// thread near 100 being a serial limit whatever the other cores do; and the
+// compositor's ticks: how many a second, how long, and the share of the GUI
+// thread's time they take.)
 #include "bench_common.h"
 
 #include "AVPlayer.h"
@@ -78,6 +80,7 @@ struct Step
     double expected = 0.0;    // new frames each layer should have shown
     double cpuPercent = 0.0;  // of one core
     ThreadCpu threads0, threads1; // per-thread CPU around the measured time
+    std::vector<double> ticks; // compositor tick durations (ms) in the measured time
     double seconds = 0.0;     // the measured time
     bool loaded = true;
     bool fewFrames() const { return double(fewestShown) < expected - std::max(3.0, expected * 0.01); }
@@ -127,11 +130,16 @@ Step runStep(int count, const Clip& clip, const QSize& picture, ScreenWidget* sc
     }
     const double cpu0 = selfCpuSeconds();
     step.threads0 = threadCpu();
+    auto* app = static_cast<BenchApp*>(QCoreApplication::instance());
+    app->recordTicks(g_threads);
     const Clock::time_point t0 = Clock::now();
     for (auto& layer : layers)
         layer->player()->pause(false);
     runFor(seconds * 1000);
     const double wall = msSince(t0) / 1000.0;
+    app->recordTicks(false);
+    step.ticks = app->takeTicks();
+    app->takeTickStarts();
     step.threads1 = threadCpu();
     step.seconds = wall;
     step.cpuPercent = (selfCpuSeconds() - cpu0) / wall * 100.0;
@@ -153,8 +161,16 @@ void printStep(const Step& s, double tolerance)
                 s.dropRate(), static_cast<unsigned long long>(s.fewestShown), s.expected,
                 s.cpuPercent, qPrintable(loadAverage()),
                 s.tooMany(tolerance) ? "  <- too many drops" : s.dropped() ? "  <- drops" : "");
-    if (g_threads)
+    if (g_threads) {
         printThreadShare(s.threads0, s.threads1, s.seconds);
+        double busy = 0.0;
+        for (double t : s.ticks)
+            busy += t;
+        std::printf("    compositor ticks: %.1f a second, p50 %.2f ms, p99 %.2f ms, GUI thread "
+                    "in ticks %.0f%%\n", s.seconds > 0 ? double(s.ticks.size()) / s.seconds : 0.0,
+                    percentile(s.ticks, 50), percentile(s.ticks, 99),
+                    s.seconds > 0 ? busy / (s.seconds * 10.0) : 0.0);
+    }
     std::fflush(stdout);
 }
 
