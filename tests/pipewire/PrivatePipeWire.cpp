@@ -55,8 +55,10 @@ bool PrivatePipeWire::startDaemon()
     m_daemon->setStandardOutputFile(QProcess::nullDevice());
     m_daemon->start(QStringLiteral("setpriv"),
                     {QStringLiteral("--pdeathsig"), QStringLiteral("TERM"), QStringLiteral("pipewire")});
-    if (!m_daemon->waitForStarted(5000)) {
-        m_error = QStringLiteral("pipewire did not start");
+    // Generous: a daemon restarted by a test under ThreadSanitizer is forked
+    // from a process with many threads on a loaded machine (GstPipeline.cpp).
+    if (!m_daemon->waitForStarted(20000)) {
+        m_error = QStringLiteral("pipewire did not start: ") + m_daemon->errorString();
         return false;
     }
     const QString socket = m_dir->path() + QStringLiteral("/pipewire-0");
@@ -72,8 +74,8 @@ bool PrivatePipeWire::startDaemon()
     m_sessionManager->setStandardErrorFile(QProcess::nullDevice());
     m_sessionManager->start(QStringLiteral("setpriv"),
                             {QStringLiteral("--pdeathsig"), QStringLiteral("TERM"), QStringLiteral("wireplumber")});
-    if (!m_sessionManager->waitForStarted(5000)) {
-        m_error = QStringLiteral("wireplumber did not start");
+    if (!m_sessionManager->waitForStarted(20000)) {
+        m_error = QStringLiteral("wireplumber did not start: ") + m_sessionManager->errorString();
         return false;
     }
     return waitForSessionManager();
