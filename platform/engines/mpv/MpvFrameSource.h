@@ -34,6 +34,7 @@
 
 struct mpv_handle;
 struct mpv_render_context;
+
 namespace QtAV {
 
 class MpvRenderTarget;

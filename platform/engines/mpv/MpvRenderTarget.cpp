@@ -56,8 +56,8 @@ MpvRenderTarget::~MpvRenderTarget()
     QOpenGLContext* context = QOpenGLContext::currentContext();
     if (!context) {
         if (m_texture)
-            qDebug() << "MpvRenderTarget: destroyed without a GL context; its texture is left to the"
-                        " context's share group";
+            qDebug() << "MpvRenderTarget: destroyed without a GL context; its texture and"
+                        " framebuffer stay until the context's share group goes";
         return;
     }
     QOpenGLFunctions* gl = context->functions();

@@ -5,9 +5,10 @@
 // (blue, green, red, alpha): when a presentation thread copies a picture of
 // the same size into a window (WindowPresenter.h), a software GL driver then
 // copies memory rather than drawing the copy as a textured quad (on Mesa's
-// llvmpipe, 0.15 ms instead of 2 to 4 ms for 1280x720). What is sampled and
-// read back is the same as from an RGBA texture: the GL driver keeps the
-// channels where they belong, only the bytes' order in memory differs.
+// llvmpipe, about 0.15 ms instead of 2 to 5 ms for 1280x720). What is
+// sampled and read back is the same as from an RGBA texture: the GL driver
+// keeps the channels where they belong, only the bytes' order in memory
+// differs.
 //
 // Threading: made, used and destroyed with the compositor's context current
 // (the GUI thread).
