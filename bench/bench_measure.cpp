@@ -160,24 +160,30 @@ ThreadCpu threadCpuBetween(const ThreadCpu& before, const ThreadCpu& after)
     return delta;
 }
 
+namespace {
+
+/// One line of CPU by thread: each thread's seconds times `scale`, in `unit`.
+void printThreadUse(const ThreadCpu& before, const ThreadCpu& after, const char* unit,
+                    double scale, int decimals)
+{
+    std::printf("    CPU by thread (%s):", unit);
+    for (const auto& [name, seconds] : threadCpuBetween(before, after))
+        std::printf("  %s %.*f", qPrintable(name), decimals, seconds * scale);
+    std::printf("\n");
+}
+
+} // namespace
+
 void printThreadCpu(const ThreadCpu& before, const ThreadCpu& after, double frames)
 {
-    if (frames <= 0)
-        return;
-    std::printf("    CPU by thread (ms per frame):");
-    for (const auto& [name, seconds] : threadCpuBetween(before, after))
-        std::printf("  %s %.2f", qPrintable(name), seconds * 1000.0 / frames);
-    std::printf("\n");
+    if (frames > 0)
+        printThreadUse(before, after, "ms per frame", 1000.0 / frames, 2);
 }
 
 void printThreadShare(const ThreadCpu& before, const ThreadCpu& after, double seconds)
 {
-    if (seconds <= 0)
-        return;
-    std::printf("    CPU by thread (%% of one core):");
-    for (const auto& [name, used] : threadCpuBetween(before, after))
-        std::printf("  %s %.0f", qPrintable(name), used * 100.0 / seconds);
-    std::printf("\n");
+    if (seconds > 0)
+        printThreadUse(before, after, "% of one core", 100.0 / seconds, 0);
 }
 
 double percentile(std::vector<double> values, double p)
