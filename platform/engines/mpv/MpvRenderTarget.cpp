@@ -31,8 +31,10 @@ MpvRenderTarget::MpvRenderTarget(const QSize& size)
     gl->glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     gl->glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
     // An unsized internal format with BGRA data: the driver may take the
-    // data's own layout as the texture's storage.
-    gl->glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size.width(), size.height(), 0, GL_BGRA,
+    // data's own layout as the texture's storage. OpenGL ES takes no BGRA
+    // data without an extension: there the texture is plain RGBA.
+    const GLenum data = context->isOpenGLES() ? GL_RGBA : GL_BGRA;
+    gl->glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, size.width(), size.height(), 0, data,
                      GL_UNSIGNED_BYTE, nullptr);
     gl->glGenFramebuffers(1, &m_framebuffer);
     gl->glBindFramebuffer(GL_FRAMEBUFFER, m_framebuffer);

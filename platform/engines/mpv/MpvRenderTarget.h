@@ -8,7 +8,7 @@
 // llvmpipe, about 0.15 ms instead of 2 to 5 ms for 1280x720). What is
 // sampled and read back is the same as from an RGBA texture: the GL driver
 // keeps the channels where they belong, only the bytes' order in memory
-// differs.
+// differs. Under OpenGL ES the texture is plain RGBA.
 //
 // Threading: made, used and destroyed with the compositor's context current
 // (the GUI thread).
