@@ -117,6 +117,12 @@ void MpvFrameSource::discardPendingFrame()
 
 void MpvFrameSource::skipFrame()
 {
+    takeUndrawn();
+    m_hasFrame = false; // the texture no longer holds the newest frame
+}
+
+void MpvFrameSource::takeUndrawn()
+{
     mpv_opengl_fbo fbo{0, 2, 2, 0};
     int skip = 1;
     int block = 0;
@@ -128,7 +134,6 @@ void MpvFrameSource::skipFrame()
     };
     mpv_render_context_render(m_render, params);
     m_frameDue = false;
-    m_hasFrame = false; // the texture no longer holds the newest frame
 }
 
 void MpvFrameSource::joinStartGate(const std::shared_ptr<MpvStartGate>& gate)
@@ -183,9 +188,22 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
         // black and hand that out as a picture.
         return FrameTexture();
     }
+    if (m_frameDue && m_prompt.load()) {
+        // A play-ready waits for libmpv to see its frame taken, and libmpv
+        // reports the restart right after. Drawing the frame now (a few ms of
+        // a software rasterizer for a large picture) would hold the GUI
+        // thread just as that report arrives, so the frame is taken undrawn
+        // and drawn, as libmpv's current frame, at the next paced output
+        // frame; until then the texture keeps the picture it had.
+        takeUndrawn();
+        m_drawOwed = true;
+        requestCompositorFrame();
+        return m_hasFrame ? FrameTexture{m_target->texture(), m_target->size(), false}
+                          : FrameTexture();
+    }
     const QSize size = wanted.boundedTo(m_pictureSize).expandedTo(QSize(2, 2));
     const bool resized = !m_target || m_target->size() != size;
-    if (!m_frameDue && !resized && !due && m_hasFrame)
+    if (!m_frameDue && !resized && !due && !m_drawOwed && m_hasFrame)
         return FrameTexture{m_target->texture(), size, false};
     m_frameDue = false;
     if (resized) {
@@ -211,6 +229,7 @@ FrameTexture MpvFrameSource::updateTexture(const QSize& wanted)
     QOpenGLContext::currentContext()->functions()->glBindFramebuffer(
         GL_FRAMEBUFFER, QOpenGLContext::currentContext()->defaultFramebufferObject());
     m_hasFrame = true;
+    m_drawOwed = false;
     ++m_serial;
     return FrameTexture{m_target->texture(), size, false};
 }

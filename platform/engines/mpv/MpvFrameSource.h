@@ -9,7 +9,11 @@
 // when the size asked for changed, the frame is rendered into this source's
 // framebuffer texture, at the size the screens need (never above the
 // picture's own size), with "block for target time" off so that no layer
-// waits on libmpv's timing and many layers never serialise.
+// waits on libmpv's timing and many layers never serialise. While a
+// play-ready runs (setPrompt), a due frame is taken undrawn at once and drawn
+// at the next paced output frame instead: libmpv reports the restart as soon
+// as its frame is taken, and the GUI thread reads that report sooner when it
+// is not drawing a large picture meanwhile.
 //
 // Texture orientation: rendered with FLIP_Y off, so texture row 0 is the
 // picture's top row (FrameTexture::bottomUp false).
@@ -77,8 +81,12 @@ public:
 private:
     explicit MpvFrameSource(mpv_render_context* render);
     static void onUpdate(void* self); // libmpv's threads
-    /// Lets libmpv take its due frame without drawing it.
+    /// Lets libmpv take its due frame without drawing it; the texture no
+    /// longer counts as holding the newest frame.
     void skipFrame();
+    /// Lets libmpv take its due frame without drawing it, keeping the
+    /// texture's picture; a later render draws that frame (libmpv's current).
+    void takeUndrawn();
 
     static std::atomic<int> s_live;         // render contexts not yet freed
     mpv_render_context* m_render;           // GUI thread
@@ -91,6 +99,7 @@ private:
     bool m_hasFrame = false;                // m_target holds a rendered frame
     bool m_frameDue = false;                // libmpv said a new frame is due, not rendered yet
     bool m_frameSeen = false;               // libmpv has had a frame for this source at all
+    bool m_drawOwed = false;                // taken undrawn (takeUndrawn), to be drawn
     quint64 m_engineDrops = 0;              // dropped by libmpv, not yet reported
     std::shared_ptr<MpvStartGate> m_gate;   // while the layer's start is gated
 };
