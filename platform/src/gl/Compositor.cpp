@@ -2,7 +2,7 @@
 // tick does is spread over the files listed in Compositor.h.
 #include "gl/Compositor.h"
 
-#include "EffectsService.h"
+#include "PreviewRenderer.h"
 #include "ScreenService.h"
 #include "gl/GlContext.h"
 
@@ -29,25 +29,12 @@ int refreshInterval()
 } // namespace
 
 Compositor::Compositor()
+    : m_gatherer([this] { requestFrame(); })
 {
     m_clock.start();
     m_timer.setSingleShot(true);
     m_timer.setTimerType(Qt::PreciseTimer);
     connect(&m_timer, &QTimer::timeout, this, &Compositor::tick);
-    EffectsService& effects = EffectsService::getInstance();
-    connect(&effects, &EffectsService::effectsChanged, this, &Compositor::onEffectsChanged);
-    connect(&effects, &EffectsService::monitorEffectsChanged, this,
-            &Compositor::onMonitorEffectsChanged);
-    connect(&effects, &EffectsService::rendererListChanged, this, [this] {
-        ++m_effectsChanges; // a bank's record may now reach other renderers
-        requestFrame();
-    });
-    connect(&effects, &EffectsService::cleared, this, [this] {
-        m_layerEffects.clear();
-        m_screenEffects.clear();
-        ++m_effectsChanges;
-        requestFrame();
-    });
     setActiveCompositor(this);
 }
 
@@ -94,6 +81,7 @@ void Compositor::screenOpened(ScreenWidget* widget)
         return;
     auto screen = std::make_unique<Screen>();
     screen->widget = widget;
+    screen->id = widget->screenId();
     if (sharedContext()) {
         const ScreenService::Presentation asked = ScreenService::getInstance().presentation();
         const bool vsync = asked == ScreenService::Presentation::Vsync
@@ -141,7 +129,7 @@ Compositor::Screen* Compositor::screenFor(ScreenWidget* widget)
 Compositor::Screen* Compositor::screenById(int screenId)
 {
     for (auto& s : m_screens) {
-        if (s->widget->screenId() == screenId)
+        if (s->id == screenId)
             return s.get();
     }
     return nullptr;
@@ -189,25 +177,50 @@ void Compositor::tick()
     m_lastTick = m_clock.elapsed();
     if (!sharedContext())
         return;
+    Scene scene = m_gatherer.gather();
+    SceneResults results;
+    drawScene(scene, results);
+    deliver(results);
+}
+
+void Compositor::drawScene(Scene& scene, SceneResults& out)
+{
     ++m_tick;
-    // Screens the service closed without telling are dropped.
-    const QList<ScreenWidget*> open = ScreenService::getInstance().widgetList();
+    m_effectsChanges = scene.effectsChanges;
+    // Screens the service closed without telling are dropped; the others
+    // take their part of the scene.
     m_screens.erase(std::remove_if(m_screens.begin(), m_screens.end(),
-                                   [&open](const std::unique_ptr<Screen>& s) {
-                                       return !open.contains(s->widget);
+                                   [&scene](const std::unique_ptr<Screen>& s) {
+                                       return std::none_of(
+                                           scene.screens.begin(), scene.screens.end(),
+                                           [&s](const Scene::Screen& g) {
+                                               return g.widget == s->widget;
+                                           });
                                    }),
                     m_screens.end());
-    for (auto& s : m_screens) {
-        gatherItems(*s);
+    for (Scene::Screen& gathered : scene.screens) {
+        Screen* s = screenFor(gathered.widget);
+        if (!s)
+            continue;
+        s->id = gathered.id;
+        s->effects = gathered.effects;
+        s->items = std::move(gathered.items);
+        for (const Item& item : s->items)
+            memoFor(item).seenTick = m_tick;
         // The output framebuffer is read back by a recording and by a
         // published screen's consumer: those screens always draw into it.
         s->outputWanted = (s->recorder && s->recorder->isRecording())
             || (s->tap && s->tap->wantsPictures());
     }
+    for (const QtAV::NoxOpenGLRender* render : scene.renders) {
+        const auto memo = m_memos.find(render);
+        if (memo != m_memos.end())
+            memo->seenTick = m_tick; // shown or not, its placement is kept
+    }
     feedVirtualScreens();
-    updateSources();
+    updateSources(scene);
     settleDrops();
-    fillPreviews();
+    fillPreviews(scene, out);
     for (auto& s : m_screens) {
         if (!s->surface || !s->surface->isValid())
             continue;
@@ -220,10 +233,21 @@ void Compositor::tick()
             continue;
         s->signature = signature;
         s->forced = false;
-        drawScreen(*s);
+        drawScreen(*s, out);
     }
-    fillScreenPreviews();
+    fillScreenPreviews(scene, out);
     pruneMemos();
+}
+
+void Compositor::deliver(const SceneResults& results)
+{
+    for (const auto& [preview, picture] : results.previews) {
+        // A preview destroyed meanwhile has left the service's list.
+        if (ScreenService::getInstance().previews().contains(preview))
+            preview->setPicture(picture);
+    }
+    for (int id : results.screensDrawn)
+        emit ScreenService::getInstance().screenDrawn(id);
 }
 
 } // namespace kelmor::gl

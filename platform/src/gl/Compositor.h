@@ -1,8 +1,10 @@
 // The compositor of the output screens.
 //
 // One output frame (tick), on the GUI thread with the shared context current:
-// 1. gather every open screen's visible render objects, in ascending z (equal
-//    z keeps the order they were pushed), with their players' frame sources;
+// 1. gather what to draw (SceneGatherer.h): every open screen's visible
+//    render objects, in ascending z (equal z keeps the order they were
+//    pushed), with their players' frame sources, fades and effects, and the
+//    previews; from here on the tick reads only that Scene (Scene.h);
 // 2. feed virtualScreen players the previous picture of the screen they name;
 // 3. bring each frame source's texture up to date once, at the largest size
 //    any of its render objects needs (decode once, draw many);
@@ -16,7 +18,9 @@
 //    asked for (grab). A layer alone on a screen, plain and 1:1, is copied
 //    there (FrameCopy.h). A window presented with vsync always takes its
 //    picture from the output framebuffer, through its own presentation
-//    thread (WindowPresenter.h): the compositor never waits for a refresh.
+//    thread (WindowPresenter.h): the compositor never waits for a refresh;
+// 5. hand the previews their pictures and announce the screens drawn
+//    (SceneResults), back among the module's objects.
 // Ticks are asked for (requestFrame) by frame sources with new frames, by
 // render objects whose settings change, by effect and screen changes and by
 // window exposes, and run at most once per refresh interval of the displays
@@ -25,15 +29,17 @@
 //
 // Files, one part of the object each:
 //   Compositor.cpp          life, screens opened and closed, scheduling, tick
-//   CompositorSources.cpp   gathering, placements, virtualScreen feeds, frame
-//                           sources brought up to date, dropped frames
+//   CompositorSources.cpp   placements, virtualScreen feeds, frame sources
+//                           brought up to date, dropped frames
 //   CompositorDraw.cpp      change signatures, drawing screens and layers,
 //                           the lone layer handed to a presentation thread
 //   CompositorPreviews.cpp  player and screen previews
 //   CompositorReadback.cpp  grabs, recordings, output taps
-//   CompositorEffects.cpp   layer and monitor effect records
+//   SceneGatherer.cpp       the tick's first half: what to draw, effect records
 //
 // Threading: everything on the GUI thread except requestFrame (any thread).
+// Steps 2 to 4 read no module object but the frame sources (the Scene is
+// their copy), which is what lets them move to a thread of their own.
 // Ownership: ScreenService owns the compositor; the compositor owns each
 // screen's surfaces and recorder, never the widgets, render objects, players
 // or frame sources (it reads them during a tick only).
@@ -49,6 +55,8 @@
 #include "gl/ScreenOutputTap.h"
 #include "gl/ScreenRecorder.h"
 #include "gl/ScreenSurface.h"
+#include "gl/Scene.h"
+#include "gl/SceneGatherer.h"
 
 #include <QElapsedTimer>
 #include <QHash>
@@ -122,14 +130,7 @@ private slots:
     void tick();
 
 private:
-    struct Item
-    {
-        QtAV::NoxOpenGLRender* render = nullptr;
-        QtAV::RenderDrawState state;
-        QtAV::AVPlayer* player = nullptr;
-        QtAV::VideoFrameSource* source = nullptr;
-        float opacity = 1.f;
-    };
+    using Item = Scene::Item;
     struct SourceUse
     {
         QtAV::VideoFrameSource* source = nullptr;
@@ -147,9 +148,11 @@ private:
     };
     struct Screen
     {
-        ScreenWidget* widget = nullptr;
+        ScreenWidget* widget = nullptr;   // identity, and the window's owner
+        int id = 0;                       // as of the last tick
+        ScreenEffects effects;            // as of the last tick
         std::unique_ptr<ScreenSurface> surface;
-        std::vector<Item> items;          // reused every tick
+        std::vector<Item> items;          // the last tick's, from its Scene
         quint64 signature = 0;            // of what was last drawn
         bool forced = true;               // draw at the next tick whatever changed
         bool outputWanted = false;        // this tick: a recording or a virtualScreen layer reads the output
@@ -161,37 +164,37 @@ private:
     };
 
     void schedule();
-    void gatherItems(Screen& screen);
+    /// Steps 2 to 4 of a tick, from `scene` (its screens' items move into
+    /// the screens); what goes back to the module's objects lands in `out`.
+    void drawScene(Scene& scene, SceneResults& out);
+    /// Step 5: previews and screenDrawn, on the GUI thread.
+    static void deliver(const SceneResults& results);
     void feedVirtualScreens();
-    void updateSources();
+    void updateSources(const Scene& scene);
     SourceUse* sourceUse(QtAV::VideoFrameSource* source);
     quint64 signatureOf(const Screen& screen);
-    void drawScreen(Screen& screen);
+    void drawScreen(Screen& screen, SceneResults& out);
     /// Hands a presented window the texture of its only layer when that is
     /// an engine's picture filling the screen 1:1, plain and opaque; false
     /// (nothing done) otherwise.
     bool presentLoneLayer(Screen& screen);
     /// Draws the screen's items into its output framebuffer (through the
     /// compose framebuffer and the monitor effects when they are not neutral).
-    void drawOutput(Screen& screen, const ScreenEffects& effects);
+    void drawOutput(Screen& screen);
     /// Draws the output framebuffer when the last draw went to the window only.
     void ensureOutput(Screen& screen);
     void drawItem(Screen& screen, Item& item);
     Memo& memoFor(const Item& item);
     /// Makes memo.placement current for these settings and picture size.
     void ensurePlacement(Memo& memo, const QtAV::RenderDrawState& state, const QSizeF& picture);
-    LayerEffects layerEffectsFor(const Item& item) const;
-    ScreenEffects screenEffectsFor(int screenId) const;
-    void onEffectsChanged(int layerId);
-    void onMonitorEffectsChanged(int screenId);
     Screen* screenFor(ScreenWidget* widget);
     Screen* screenById(int screenId);
     void pruneMemos();
-    void addPreviewSources();
-    void fillPreviews();
+    void addPreviewSources(const Scene& scene);
+    void fillPreviews(const Scene& scene, SceneResults& out);
     /// Previews of whole screens (PreviewRenderer::setScreenId), after the
     /// screens were drawn.
-    void fillScreenPreviews();
+    void fillScreenPreviews(const Scene& scene, SceneResults& out);
 
     void settleDrops();
 
@@ -207,15 +210,7 @@ private:
     std::vector<SourceUse> m_sources;                 // this tick's sources, reused
     QHash<const QtAV::NoxOpenGLRender*, Memo> m_memos;
     QHash<QtAV::AVPlayer*, quint64> m_virtualFed;     // player -> screen draws pushed
-    struct LayerRecord
-    {
-        LayerEffects effects;
-        bool hasBank = false;  // the record names its bank ("bankId")
-        int bank = 0;
-    };
-    QHash<int, LayerRecord> m_layerEffects;           // parsed once per change
-    QHash<int, QPair<quint64, ScreenEffects>> m_screenEffects; // id -> (change order, effects)
-    quint64 m_effectsChanges = 0;
+    quint64 m_effectsChanges = 0;                     // the last tick's Scene's
     struct PreviewMemo
     {
         quint64 serial = ~quint64(0);
@@ -229,14 +224,15 @@ private:
     /// (presentLoneLayer), with that texture.
     QHash<QtAV::VideoFrameSource*, QtAV::FrameTexture> m_lent;
     /// Draws `picture` over the whole of the preview's target (made or
-    /// resized to the preview's size) and hands the preview the result.
-    void showInPreview(QtAV::PreviewRenderer* preview, PreviewMemo& memo,
-                       const QtAV::FrameTexture& picture);
+    /// resized to the preview's size) and returns the result, read back.
+    QImage showInPreview(const Scene::Preview& preview, PreviewMemo& memo,
+                         const QtAV::FrameTexture& picture);
     LayerPainter m_painter;
     FrameCopy m_copy;
     ScreenPostPass m_post;
     FrameDrops m_drops;
     FrameDrops::Shown m_shown;                        // reused every tick
+    SceneGatherer m_gatherer;
 };
 
 } // namespace kelmor::gl

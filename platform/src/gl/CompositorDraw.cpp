@@ -2,8 +2,6 @@
 // presentation thread, the window or output framebuffer pass, and each layer.
 #include "gl/Compositor.h"
 
-#include "AVPlayer.h"
-#include "ScreenService.h"
 #include "gl/GlContext.h"
 
 #include <cstring>
@@ -29,9 +27,8 @@ quint64 bitsOf(float f)
 quint64 Compositor::signatureOf(const Screen& screen)
 {
     quint64 h = mix(0, screen.items.size());
-    const ScreenEffects fx = screenEffectsFor(screen.widget->screenId());
     h = mix(h, m_effectsChanges);
-    h = mix(h, fx.testPattern);
+    h = mix(h, screen.effects.testPattern);
     for (const Item& item : screen.items) {
         h = mix(h, quintptr(item.render));
         h = mix(h, item.state.revision);
@@ -66,7 +63,7 @@ bool Compositor::presentLoneLayer(Screen& screen)
     ensurePlacement(memo, item.state, known.isEmpty() ? QSizeF(use->texture.size) : QSizeF(known));
     const QRect whole(QPoint(0, 0), screen.surface->size());
     if (memo.placement.plainRect != whole || !FrameCopy::fits(use->texture, whole, whole.size())
-        || !layerEffectsFor(item).isNeutral())
+        || !item.effects.isNeutral())
         return false;
     if (!screen.surface->presentTexture(use->texture))
         return false;
@@ -75,10 +72,10 @@ bool Compositor::presentLoneLayer(Screen& screen)
     return true;
 }
 
-void Compositor::drawScreen(Screen& screen)
+void Compositor::drawScreen(Screen& screen, SceneResults& out)
 {
     ScreenSurface& surface = *screen.surface;
-    const ScreenEffects effects = screenEffectsFor(screen.widget->screenId());
+    const ScreenEffects& effects = screen.effects;
     if (effects.isNeutral() && !screen.outputWanted && surface.presentsWithVsync()
         && presentLoneLayer(screen)) {
         // Nobody reads this picture back and one engine picture fills the
@@ -100,20 +97,21 @@ void Compositor::drawScreen(Screen& screen)
         sharedContext();
         return;
     }
-    drawOutput(screen, effects);
+    drawOutput(screen);
     ++screen.draws;
     if (screen.recorder && screen.recorder->isRecording())
         screen.recorder->pushFrame(surface.readOutput(), screen.recordClock.elapsed());
     if (screen.tap && screen.tap->wantsPictures())
         screen.tap->outputDrawn(*surface.output());
-    emit ScreenService::getInstance().screenDrawn(screen.widget->screenId());
+    out.screensDrawn.push_back(screen.id);
     surface.present();
     sharedContext(); // back on the shared surface after a window swap
 }
 
-void Compositor::drawOutput(Screen& screen, const ScreenEffects& effects)
+void Compositor::drawOutput(Screen& screen)
 {
     ScreenSurface& surface = *screen.surface;
+    const ScreenEffects& effects = screen.effects;
     surface.advanceOutput();
     if (effects.isNeutral()) {
         // Nothing to finish: the layers go straight into the output.
@@ -135,7 +133,7 @@ void Compositor::ensureOutput(Screen& screen)
 {
     if (!screen.outputStale || !screen.surface || !screen.surface->isValid())
         return;
-    drawOutput(screen, screenEffectsFor(screen.widget->screenId()));
+    drawOutput(screen);
 }
 
 void Compositor::drawItem(Screen& screen, Item& item)
@@ -162,7 +160,7 @@ void Compositor::drawItem(Screen& screen, Item& item)
     // made then is reused; a received frame without a source has its own.
     const QSize known = item.source ? item.source->pictureSize() : QSize();
     ensurePlacement(memo, item.state, known.isEmpty() ? QSizeF(texture.size) : QSizeF(known));
-    const LayerEffects effects = layerEffectsFor(item);
+    const LayerEffects& effects = item.effects;
     // Alone on the screen, plain and 1:1, with an engine's picture (opaque:
     // libmpv composes any alpha onto its background; pushed pictures may
     // have alpha): one copy instead of a shader pass.

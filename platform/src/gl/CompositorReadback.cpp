@@ -15,7 +15,8 @@ QImage Compositor::grab(ScreenWidget* widget)
     if (!screen || !screen->surface || !screen->surface->isValid())
         return QImage();
     tick();
-    if (!sharedContext())
+    screen = screenFor(widget); // the tick drops screens the service closed
+    if (!screen || !sharedContext())
         return QImage();
     ensureOutput(*screen);
     return screen->surface->readOutput();
@@ -52,7 +53,7 @@ void Compositor::finishRecordings()
 {
     for (auto& s : m_screens) {
         if (s->recorder && s->recorder->isRecording())
-            qDebug() << "finishRecordings: screen" << s->widget->screenId() << s->recorder->stop()
+            qDebug() << "finishRecordings: screen" << s->id << s->recorder->stop()
                      << "frames in" << s->recorder->path();
     }
 }

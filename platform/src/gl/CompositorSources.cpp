@@ -1,13 +1,11 @@
-// What a tick draws: the visible render objects of each screen, their
-// placements, the virtualScreen feeds, each frame source brought up to date
-// once at the largest size it is drawn, and the dropped-frame count.
+// What a tick draws, from its Scene: the render objects' placements, the
+// virtualScreen feeds, each frame source brought up to date once at the
+// largest size it is drawn, and the dropped-frame count.
 #include "gl/Compositor.h"
 
-#include "AVPlayer.h"
 #include "gl/GlContext.h"
 
 #include <QDebug>
-#include <QRegularExpression>
 #include <QtMath>
 #include <algorithm>
 
@@ -17,39 +15,7 @@ namespace {
 
 constexpr int kMaxTextureSide = 4096;
 
-// The screen id a virtualScreen source names: "2", "screen2", "screen:2".
-int virtualScreenId(const QString& file, bool* ok)
-{
-    static const QRegularExpression digits(QStringLiteral("(-?\\d+)\\s*$"));
-    const QRegularExpressionMatch m = digits.match(file);
-    *ok = m.hasMatch();
-    return *ok ? m.captured(1).toInt(ok) : 0;
-}
-
 } // namespace
-
-void Compositor::gatherItems(Screen& screen)
-{
-    screen.items.clear();
-    const QList<QtAV::NoxOpenGLRender*> renders = screen.widget->renders();
-    for (QtAV::NoxOpenGLRender* render : renders) {
-        if (!render)
-            continue;
-        Item item;
-        item.render = render;
-        item.state = render->drawState();
-        Memo& memo = memoFor(item);
-        memo.seenTick = m_tick;
-        if (!item.state.visible)
-            continue;
-        item.player = render->player();
-        item.source = item.player ? item.player->frameSource() : nullptr;
-        item.opacity = item.player ? float(item.player->pictureOpacity()) : 1.f;
-        screen.items.push_back(std::move(item));
-    }
-    std::stable_sort(screen.items.begin(), screen.items.end(),
-                     [](const Item& a, const Item& b) { return a.state.z < b.state.z; });
-}
 
 void Compositor::ensurePlacement(Memo& memo, const QtAV::RenderDrawState& state,
                                  const QSizeF& picture)
@@ -63,10 +29,8 @@ void Compositor::ensurePlacement(Memo& memo, const QtAV::RenderDrawState& state,
 Compositor::Memo& Compositor::memoFor(const Item& item)
 {
     auto it = m_memos.find(item.render);
-    if (it == m_memos.end()) {
+    if (it == m_memos.end())
         it = m_memos.insert(item.render, Memo());
-        item.render->setChangeListener(&QtAV::requestCompositorFrame);
-    }
     return it.value();
 }
 
@@ -93,15 +57,11 @@ void Compositor::pruneMemos()
 
 void Compositor::feedVirtualScreens()
 {
-    static const QString kVirtual = QStringLiteral("virtualScreen");
     for (auto& s : m_screens) {
         for (const Item& item : s->items) {
-            QtAV::AVPlayer* player = item.player;
-            if (!player || player->getMediaType() != kVirtual)
+            if (!item.isVirtual || !item.player)
                 continue;
-            bool ok = false;
-            const int id = virtualScreenId(player->file(), &ok);
-            Screen* shown = ok ? screenById(id) : nullptr;
+            Screen* shown = item.virtualNamed ? screenById(item.virtualScreen) : nullptr;
             const bool drawable = shown && shown->surface && shown->surface->isValid();
             if (drawable) {
                 shown->outputWanted = true;
@@ -114,18 +74,22 @@ void Compositor::feedVirtualScreens()
                 }
             }
             const quint64 fed = drawable ? shown->draws : ~quint64(0);
-            auto last = m_virtualFed.find(player);
+            auto last = m_virtualFed.find(item.player);
             if (last != m_virtualFed.end() && last.value() == fed)
                 continue;
+            // A virtualScreen player's source is the one its pushed pictures
+            // go to (AVPlayer::pushFrame).
+            auto* pushed = dynamic_cast<QtAV::PushedFrameSource*>(item.source);
             if (!drawable) {
-                qDebug() << "virtualScreen: source" << player->file()
+                qDebug() << "virtualScreen: source" << item.virtualFile
                          << "names no open screen; the layer shows nothing";
-                player->pushFrame(QtAV::VideoFrame());
-            } else if (shown->draws > 0) {
+                if (pushed)
+                    pushed->push(QtAV::VideoFrame());
+            } else if (shown->draws > 0 && pushed) {
                 QOpenGLFramebufferObject* out = shown->surface->output();
-                player->pushFrame(QtAV::VideoFrame::fromTexture(out->texture(), out->size(), true));
+                pushed->push(QtAV::VideoFrame::fromTexture(out->texture(), out->size(), true));
             }
-            m_virtualFed.insert(player, fed);
+            m_virtualFed.insert(item.player, fed);
         }
     }
 }
@@ -139,7 +103,7 @@ Compositor::SourceUse* Compositor::sourceUse(QtAV::VideoFrameSource* source)
     return nullptr;
 }
 
-void Compositor::updateSources()
+void Compositor::updateSources(const Scene& scene)
 {
     m_sources.clear();
     for (auto& s : m_screens) {
@@ -167,7 +131,7 @@ void Compositor::updateSources()
             }
         }
     }
-    addPreviewSources();
+    addPreviewSources(scene);
     for (auto it = m_lent.begin(); it != m_lent.end();)
         it = WindowPresenter::anyHolds(it->id) ? std::next(it) : m_lent.erase(it);
     for (SourceUse& use : m_sources) {
@@ -183,7 +147,7 @@ void Compositor::updateSources()
     }
     // Players no screen shows still get their due frames taken (undrawn), or
     // their engine would wait for them.
-    for (QtAV::VideoFrameSource* source : registeredSources()) {
+    for (QtAV::VideoFrameSource* source : scene.registered) {
         if (source->hasPendingFrame() && !sourceUse(source))
             source->discardPendingFrame();
     }
@@ -191,6 +155,14 @@ void Compositor::updateSources()
 
 void Compositor::sourceGone(QtAV::VideoFrameSource* source)
 {
+    // The last tick's items keep naming it until the next tick; a picture
+    // drawn before then (a recording's last, a grab) shows nothing there.
+    for (const auto& screen : m_screens) {
+        for (Item& item : screen->items) {
+            if (item.source == source)
+                item.source = nullptr;
+        }
+    }
     const auto lent = m_lent.find(source);
     if (lent == m_lent.end())
         return;
