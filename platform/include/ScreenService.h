@@ -130,6 +130,20 @@ public:
     void setPresentation(Presentation presentation);
     /// The choice for windows opened from now on.
     Presentation presentation() const;
+
+    /// Draws output frames on a render thread of their own from now on, for
+    /// the life of the process: the GUI thread only gathers what to draw
+    /// (cheap) and goes on with commands and events while the frame is
+    /// drawn, so a slow frame never holds a command. The GUI thread still
+    /// waits for a frame under way before it touches GL or what a frame reads
+    /// (a player's frame source made or freed, a grab, a recording started):
+    /// those wait at most one frame. Off by default. Returns whether frames
+    /// are now drawn on it: false (with a debug line) without GL, or where
+    /// Qt's GL platform cannot draw from other threads. Call it before
+    /// opening screens or after; `false` is refused once it runs.
+    bool setRenderThread(bool on);
+    /// Whether output frames are drawn on a render thread.
+    bool renderThread() const;
     /// Whether the first open screen with this id is a window presented with
     /// vsync by a thread of its own.
     bool presentsWithVsync(int screenId) const;

@@ -6,10 +6,14 @@
 // renders or uploads when a new frame exists (or the size it is asked for
 // changed); otherwise updateTexture() hands back the texture it already has.
 //
-// Threading: updateTexture() and pictureSize() run on the GUI thread with the
-// compositor's GL context current (compositorContext()). A source learns of
-// new frames on any thread; it then calls requestCompositorFrame(), which is
-// safe from any thread and cheap when a frame is already asked for.
+// Threading: updateTexture() and pictureSize() run on the thread that draws
+// output frames, with the compositor's GL context current: the GUI thread,
+// or the render thread while a frame is lent to it (ScreenService::
+// setRenderThread). A source's other operations on the GUI thread that touch
+// what updateTexture() uses first call awaitOutputFrame(); a source that
+// goes away first waits there too (compositorContext() does). A source
+// learns of new frames on any thread; it then calls requestCompositorFrame(),
+// which is safe from any thread and cheap when a frame is already asked for.
 //
 // Texture orientation: FrameTexture::bottomUp tells whether texture row 0 is
 // the bottom of the picture (an OpenGL framebuffer's own texture) or its top
@@ -77,6 +81,13 @@ KELMOR_PLATFORM_EXPORT void unregisterFrameSource(VideoFrameSource* source);
 /// GUI thread only. Made on first use; every output screen draws with it and
 /// every GL resource of a frame source belongs to its share group.
 KELMOR_PLATFORM_EXPORT QOpenGLContext* compositorContext();
+
+/// Returns once no output frame is being drawn off the GUI thread (with a
+/// render thread, ScreenService::setRenderThread): until the GUI thread goes
+/// back to its event loop, nothing else draws, so state a source shares with
+/// the drawing may be changed. No wait without a render thread, or when
+/// called on it. GUI thread.
+KELMOR_PLATFORM_EXPORT void awaitOutputFrame();
 
 /// Asks the output screens for a new output frame soon (any thread). Output
 /// frames are paced to the display's refresh: the frame comes at the next

@@ -235,6 +235,22 @@ ScreenService::Presentation ScreenService::presentation() const
     return m_presentation;
 }
 
+bool ScreenService::setRenderThread(bool on)
+{
+    if (!on) {
+        if (kelmor::gl::renderThreadRunning())
+            qDebug() << "setRenderThread: the render thread runs until the process ends; kept";
+        return kelmor::gl::renderThreadRunning();
+    }
+    compositor(); // frames are drawn by it: made first, on this thread
+    return kelmor::gl::startRenderThread();
+}
+
+bool ScreenService::renderThread() const
+{
+    return kelmor::gl::renderThreadRunning();
+}
+
 bool ScreenService::presentsWithVsync(int screenId) const
 {
     ScreenWidget* widget = screenById(screenId);

@@ -6,7 +6,10 @@
 #include "PipeWireFixture.h"
 #include "RecordingEngine.h"
 
+#include "ScreenService.h"
+
 #include <QGuiApplication>
+#include <cstdio>
 #include <gtest/gtest.h>
 
 namespace {
@@ -28,6 +31,13 @@ int main(int argc, char** argv)
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QGuiApplication app(argc, argv);
     RecordingEngine::install();
+    // KELMOR_TEST_RENDER_THREAD=1: the same tests with output frames drawn
+    // on the render thread (ScreenService::setRenderThread).
+    if (qEnvironmentVariableIntValue("KELMOR_TEST_RENDER_THREAD") == 1
+        && !ScreenService::getInstance().setRenderThread(true)) {
+        std::fprintf(stderr, "KELMOR_TEST_RENDER_THREAD=1 but no render thread started\n");
+        return 1;
+    }
     ::testing::InitGoogleTest(&argc, argv);
     ::testing::AddGlobalTestEnvironment(new DaemonEnvironment);
     return RUN_ALL_TESTS();

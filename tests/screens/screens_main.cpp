@@ -3,7 +3,10 @@
 // contexts shared as a host sets them, and the libmpv engine without sound.
 #include "MpvEngine.h"
 
+#include "ScreenService.h"
+
 #include <QGuiApplication>
+#include <cstdio>
 #include <gtest/gtest.h>
 
 int main(int argc, char** argv)
@@ -13,6 +16,13 @@ int main(int argc, char** argv)
     QtAV::MpvEngineOptions options;
     options.audioOutput = QStringLiteral("null");
     QtAV::installMediaEngine(QtAV::createMpvEngine(options));
+    // KELMOR_TEST_RENDER_THREAD=1: the same tests with output frames drawn
+    // on the render thread (ScreenService::setRenderThread).
+    if (qEnvironmentVariableIntValue("KELMOR_TEST_RENDER_THREAD") == 1
+        && !ScreenService::getInstance().setRenderThread(true)) {
+        std::fprintf(stderr, "KELMOR_TEST_RENDER_THREAD=1 but no render thread started\n");
+        return 1;
+    }
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

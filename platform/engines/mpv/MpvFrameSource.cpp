@@ -84,6 +84,7 @@ void MpvFrameSource::onUpdate(void* self)
 
 void MpvFrameSource::setPictureSize(const QSize& size)
 {
+    awaitOutputFrame(); // the drawing reads what this changes
     if (size == m_pictureSize)
         return;
     m_pictureSize = size;
@@ -99,6 +100,7 @@ bool MpvFrameSource::pollFrameDue()
 
 void MpvFrameSource::noteEngineDrops(quint64 count)
 {
+    awaitOutputFrame(); // the drawing reads what this changes
     m_engineDrops += count;
     if (count > 0)
         requestCompositorFrame(); // reported with the next output frame
@@ -138,6 +140,7 @@ void MpvFrameSource::takeUndrawn()
 
 void MpvFrameSource::joinStartGate(const std::shared_ptr<MpvStartGate>& gate)
 {
+    awaitOutputFrame(); // the drawing reads what this changes
     if (m_gate == gate)
         return;
     if (m_gate)

@@ -18,8 +18,11 @@
 // Texture orientation: rendered with FLIP_Y off, so texture row 0 is the
 // picture's top row (FrameTexture::bottomUp false).
 //
-// Threading: made, used and destroyed on the GUI thread (the compositor's
-// context current); the update callback may run on any thread.
+// Threading: made and destroyed on the GUI thread (the compositor's context
+// current); updateTexture, discardPendingFrame and pollFrameDue run where
+// output frames are drawn (the GUI thread, or the render thread while a
+// frame is lent to it), and the GUI thread's setters wait for such a frame
+// first (awaitOutputFrame); the update callback may run on any thread.
 // Lifetime: made right after the core is initialised (before any source is
 // loaded, as libmpv needs its render context before video starts) and
 // destroyed before the core is. A released player's source is no longer
@@ -61,7 +64,8 @@ public:
     void setPictureSize(const QSize& size);
     /// Draw the current frame again at the next output frame.
     void redraw();
-    /// Asks libmpv whether a new frame is due (GUI thread; the start gate).
+    /// Asks libmpv whether a new frame is due (where frames are drawn; the
+    /// start gate).
     bool pollFrameDue();
     /// Joins a start gate (MpvStartGate.h): new frames wait for the group.
     void joinStartGate(const std::shared_ptr<MpvStartGate>& gate);
@@ -89,10 +93,11 @@ private:
     void takeUndrawn();
 
     static std::atomic<int> s_live;         // render contexts not yet freed
-    mpv_render_context* m_render;           // GUI thread
+    mpv_render_context* m_render;           // set when made; used with the context
     std::atomic<bool> m_pending{false};     // a frame is due (any thread)
     std::atomic<bool> m_prompt{false};      // take new frames at once (any thread)
-    // GUI thread.
+    // With the context (the thread drawing output frames; the GUI thread's
+    // setters wait for that frame first).
     std::unique_ptr<MpvRenderTarget> m_target;
     QSize m_pictureSize;
     quint64 m_serial = 0;

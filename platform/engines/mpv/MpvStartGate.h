@@ -10,7 +10,9 @@
 // limit passes, so a slow layer delays the group by that much at worst and
 // never holds it for longer.
 //
-// Threading: GUI thread only (starts and compositor ticks both run there).
+// Threading: members join and leave on the GUI thread (after
+// awaitOutputFrame) and are judged where output frames are drawn (the GUI
+// thread, or the render thread while a frame is lent to it): never at once.
 // Ownership: the members share the gate; a member that goes away leaves it.
 #pragma once
 
@@ -41,7 +43,7 @@ private:
         MpvFrameSource* source;
         bool ready;
     };
-    QVector<Member> m_members; // GUI thread
+    QVector<Member> m_members; // with the compositor's context (see above)
     QElapsedTimer m_since;     // from the first start of the group
     bool m_open = false;
 };

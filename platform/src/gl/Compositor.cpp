@@ -5,6 +5,7 @@
 #include "PreviewRenderer.h"
 #include "ScreenService.h"
 #include "gl/GlContext.h"
+#include "gl/RenderThread.h"
 
 #include <QDebug>
 #include <QGuiApplication>
@@ -40,6 +41,7 @@ Compositor::Compositor()
 
 Compositor::~Compositor()
 {
+    awaitRenderThread();
     setActiveCompositor(nullptr);
     if (sharedContext()) {
         m_screens.clear();
@@ -77,6 +79,7 @@ void Compositor::schedule()
 
 void Compositor::screenOpened(ScreenWidget* widget)
 {
+    awaitRenderThread();
     if (!widget || screenFor(widget))
         return;
     auto screen = std::make_unique<Screen>();
@@ -88,9 +91,7 @@ void Compositor::screenOpened(ScreenWidget* widget)
             || (asked == ScreenService::Presentation::Auto
                 && QOpenGLContext::supportsThreadedOpenGL());
         screen->surface = std::make_unique<ScreenSurface>(widget->info(), [this, widget] {
-            if (Screen* s = screenFor(widget))
-                s->forced = true;
-            requestFrame();
+            redraw(widget); // an exposed window is drawn again
         }, vsync);
     }
     connect(widget, &QtAV::NoxOpenGLWidgetRenderer::contentChanged, this,
@@ -101,6 +102,7 @@ void Compositor::screenOpened(ScreenWidget* widget)
 
 void Compositor::screenClosing(ScreenWidget* widget)
 {
+    awaitRenderThread();
     for (auto it = m_screens.begin(); it != m_screens.end(); ++it) {
         if ((*it)->widget != widget)
             continue;
@@ -137,6 +139,7 @@ Compositor::Screen* Compositor::screenById(int screenId)
 
 bool Compositor::presentsWithVsync(ScreenWidget* widget) const
 {
+    awaitRenderThread();
     for (const auto& s : m_screens) {
         if (s->widget == widget)
             return s->surface && s->surface->presentsWithVsync();
@@ -146,6 +149,7 @@ bool Compositor::presentsWithVsync(ScreenWidget* widget) const
 
 quint64 Compositor::presentedCount(ScreenWidget* widget) const
 {
+    awaitRenderThread();
     for (const auto& s : m_screens) {
         if (s->widget == widget && s->surface && s->surface->presenter())
             return s->surface->presenter()->presented();
@@ -155,6 +159,7 @@ quint64 Compositor::presentedCount(ScreenWidget* widget) const
 
 quint64 Compositor::drawCount(ScreenWidget* widget) const
 {
+    awaitRenderThread();
     for (const auto& s : m_screens) {
         if (s->widget == widget)
             return s->draws;
@@ -164,6 +169,7 @@ quint64 Compositor::drawCount(ScreenWidget* widget) const
 
 void Compositor::redraw(ScreenWidget* widget)
 {
+    awaitRenderThread();
     if (Screen* screen = screenFor(widget)) {
         screen->forced = true;
         requestFrame();
@@ -174,7 +180,35 @@ void Compositor::tick()
 {
     m_timer.stop();
     m_requested.store(false);
+    RenderThread* render = renderThread();
+    if (render && render->busy()) {
+        // The last frame is still being drawn: this one follows it.
+        m_tickAfterFrame = true;
+        return;
+    }
     m_lastTick = m_clock.elapsed();
+    if (!sharedContext())
+        return;
+    if (!render) {
+        drawHere();
+        return;
+    }
+    auto scene = std::make_shared<Scene>(m_gatherer.gather());
+    auto results = std::make_shared<SceneResults>();
+    render->post([this, scene, results] { drawScene(*scene, *results); }, this,
+                 [this, results] {
+                     awaitRenderThread();
+                     deliver(*results);
+                     if (m_tickAfterFrame) {
+                         m_tickAfterFrame = false;
+                         schedule();
+                     }
+                 });
+}
+
+void Compositor::drawHere()
+{
+    awaitRenderThread();
     if (!sharedContext())
         return;
     Scene scene = m_gatherer.gather();

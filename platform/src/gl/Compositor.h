@@ -37,9 +37,12 @@
 //   CompositorReadback.cpp  grabs, recordings, output taps
 //   SceneGatherer.cpp       the tick's first half: what to draw, effect records
 //
-// Threading: everything on the GUI thread except requestFrame (any thread).
-// Steps 2 to 4 read no module object but the frame sources (the Scene is
-// their copy), which is what lets them move to a thread of their own.
+// Threading: the public operations on the GUI thread, except requestFrame
+// (any thread). Steps 2 to 4 read no module object but the frame sources
+// (the Scene is their copy): with a render thread (startRenderThread,
+// RenderThread.h) they run there, with the context lent for the frame, while
+// the GUI thread goes on; every public operation first waits for a frame
+// under way. Grabs and a recording's first picture draw on the GUI thread.
 // Ownership: ScreenService owns the compositor; the compositor owns each
 // screen's surfaces and recorder, never the widgets, render objects, players
 // or frame sources (it reads them during a tick only).
@@ -123,8 +126,8 @@ public:
     void noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count);
     /// Frames a player had due while shown that never reached a screen
     /// (FrameDrops.h).
-    quint64 droppedFrames(QtAV::AVPlayer* player) const { return m_drops.dropped(player); }
-    QHash<QtAV::AVPlayer*, quint64> droppedFrameCounts() const { return m_drops.all(); }
+    quint64 droppedFrames(QtAV::AVPlayer* player) const;
+    QHash<QtAV::AVPlayer*, quint64> droppedFrameCounts() const;
 
 private slots:
     void tick();
@@ -164,6 +167,10 @@ private:
     };
 
     void schedule();
+    /// A whole output frame drawn on the calling (GUI) thread, now: for
+    /// grabs and a recording's first picture, which need it before they
+    /// return. Waits for a frame under way on the render thread first.
+    void drawHere();
     /// Steps 2 to 4 of a tick, from `scene` (its screens' items move into
     /// the screens); what goes back to the module's objects lands in `out`.
     void drawScene(Scene& scene, SceneResults& out);
@@ -203,8 +210,14 @@ private:
 
     // GUI thread.
     QTimer m_timer;                         // single shot, to the next tick
-    QElapsedTimer m_clock;
+    bool m_tickAfterFrame = false;          // a tick came while the render thread drew
     qint64 m_lastTick = -1000;
+    SceneGatherer m_gatherer;
+    QElapsedTimer m_clock;                  // started in the constructor; read anywhere
+
+    // With the context: the GUI thread, or the render thread while a frame
+    // is lent to it (RenderThread.h); the GUI thread's entry points wait for
+    // the frame (awaitRenderThread) before they touch these.
     quint64 m_tick = 0;
     std::vector<std::unique_ptr<Screen>> m_screens;   // opening order
     std::vector<SourceUse> m_sources;                 // this tick's sources, reused
@@ -232,7 +245,6 @@ private:
     ScreenPostPass m_post;
     FrameDrops m_drops;
     FrameDrops::Shown m_shown;                        // reused every tick
-    SceneGatherer m_gatherer;
 };
 
 } // namespace kelmor::gl

@@ -96,6 +96,7 @@ QImage Compositor::showInPreview(const Scene::Preview& preview, PreviewMemo& mem
 
 void Compositor::previewGone(QtAV::PreviewRenderer* preview)
 {
+    awaitRenderThread();
     if (m_previews.contains(preview)) {
         sharedContext();
         m_previews.remove(preview);

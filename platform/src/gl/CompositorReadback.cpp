@@ -11,11 +11,12 @@ namespace kelmor::gl {
 
 QImage Compositor::grab(ScreenWidget* widget)
 {
+    awaitRenderThread();
     Screen* screen = screenFor(widget);
     if (!screen || !screen->surface || !screen->surface->isValid())
         return QImage();
-    tick();
-    screen = screenFor(widget); // the tick drops screens the service closed
+    drawHere();
+    screen = screenFor(widget); // the frame drops screens the service closed
     if (!screen || !sharedContext())
         return QImage();
     ensureOutput(*screen);
@@ -24,6 +25,7 @@ QImage Compositor::grab(ScreenWidget* widget)
 
 bool Compositor::startRecording(ScreenWidget* widget, const QString& path, int fps, int fd)
 {
+    awaitRenderThread();
     Screen* screen = screenFor(widget);
     if (!screen || !screen->surface || !screen->surface->isValid() || !sharedContext()) {
         if (fd >= 0)
@@ -45,12 +47,13 @@ bool Compositor::startRecording(ScreenWidget* widget, const QString& path, int f
         return false;
     screen->recordClock.start();
     screen->forced = true; // the first picture at time 0
-    tick();
+    drawHere();
     return true;
 }
 
 void Compositor::finishRecordings()
 {
+    awaitRenderThread();
     for (auto& s : m_screens) {
         if (s->recorder && s->recorder->isRecording())
             qDebug() << "finishRecordings: screen" << s->id << s->recorder->stop()
@@ -60,6 +63,7 @@ void Compositor::finishRecordings()
 
 bool Compositor::stopRecording(ScreenWidget* widget)
 {
+    awaitRenderThread();
     Screen* screen = screenFor(widget);
     if (!screen || !screen->recorder || !screen->recorder->isRecording())
         return false;
@@ -76,6 +80,7 @@ bool Compositor::stopRecording(ScreenWidget* widget)
 
 void Compositor::setOutputTap(ScreenWidget* widget, ScreenOutputTap* tap)
 {
+    awaitRenderThread();
     if (Screen* screen = screenFor(widget))
         screen->tap = tap;
 }

@@ -155,6 +155,7 @@ void Compositor::updateSources(const Scene& scene)
 
 void Compositor::sourceGone(QtAV::VideoFrameSource* source)
 {
+    awaitRenderThread();
     // The last tick's items keep naming it until the next tick; a picture
     // drawn before then (a recording's last, a grab) shows nothing there.
     for (const auto& screen : m_screens) {
@@ -174,6 +175,7 @@ void Compositor::sourceGone(QtAV::VideoFrameSource* source)
 
 void Compositor::noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count)
 {
+    awaitRenderThread();
     m_drops.note(source, count);
 }
 
@@ -189,6 +191,22 @@ void Compositor::settleDrops()
         }
     }
     m_drops.settle(m_shown);
+}
+
+} // namespace kelmor::gl
+
+namespace kelmor::gl {
+
+quint64 Compositor::droppedFrames(QtAV::AVPlayer* player) const
+{
+    awaitRenderThread();
+    return m_drops.dropped(player);
+}
+
+QHash<QtAV::AVPlayer*, quint64> Compositor::droppedFrameCounts() const
+{
+    awaitRenderThread();
+    return m_drops.all();
 }
 
 } // namespace kelmor::gl

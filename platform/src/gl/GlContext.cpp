@@ -2,6 +2,7 @@
 
 #include "VideoFrameSource.h"
 #include "gl/Compositor.h"
+#include "gl/RenderThread.h"
 #include "gl/WindowPresenter.h"
 
 #include <QDebug>
@@ -25,6 +26,8 @@ struct SharedGl
     std::atomic<bool> abandoned{false};         // set on the GUI thread; the display is gone
     std::unique_ptr<QOffscreenSurface> surface; // GUI thread
     std::unique_ptr<QOpenGLContext> context;    // GUI thread
+    /// Set and cleared on the GUI thread; read by the render thread itself.
+    std::atomic<RenderThread*> render{nullptr};
 };
 
 // Never destroyed: the context is freed by releaseShared while the
@@ -48,7 +51,9 @@ void releaseShared()
     SharedGl& gl = shared();
     if (gl.abandoned)
         return;
-    // Windows' presentation threads use the share group: they stop first.
+    // The render thread gives the context back and stops; windows'
+    // presentation threads use the share group: they stop too.
+    delete gl.render.exchange(nullptr);
     WindowPresenter::stopAll();
     if (gl.context)
         gl.context->doneCurrent();
@@ -114,6 +119,10 @@ QOpenGLContext* sharedContext()
     SharedGl& gl = shared();
     if (gl.abandoned)
         return nullptr;
+    if (RenderThread* render = gl.render.load()) {
+        if (!render->isCurrentThread())
+            render->waitHome(); // lent out: the frame under way ends first
+    }
     if (!gl.tried) {
         gl.tried = true;
         if (makeShared(gl))
@@ -166,6 +175,38 @@ void abandonSharedContext()
     qDebug() << "compositor: display gone, OpenGL abandoned";
 }
 
+bool startRenderThread()
+{
+    SharedGl& gl = shared();
+    if (gl.render.load())
+        return true;
+    if (!sharedContext())
+        return false;
+    if (!QOpenGLContext::supportsThreadedOpenGL()) {
+        qDebug() << "compositor: this GL platform draws on the GUI thread only; no render thread";
+        return false;
+    }
+    gl.render.store(new RenderThread(gl.context.get(), gl.surface.get()));
+    qDebug() << "compositor: output frames are drawn on a render thread";
+    return true;
+}
+
+bool renderThreadRunning()
+{
+    return shared().render.load() != nullptr;
+}
+
+RenderThread* renderThread()
+{
+    return shared().render.load();
+}
+
+void awaitRenderThread()
+{
+    if (RenderThread* render = shared().render.load())
+        render->waitHome();
+}
+
 QVector<QtAV::VideoFrameSource*>& registeredSources()
 {
     static QVector<QtAV::VideoFrameSource*> sources; // GUI thread
@@ -185,6 +226,11 @@ namespace QtAV {
 QOpenGLContext* compositorContext()
 {
     return kelmor::gl::sharedContext();
+}
+
+void awaitOutputFrame()
+{
+    kelmor::gl::awaitRenderThread();
 }
 
 void requestCompositorFrame()

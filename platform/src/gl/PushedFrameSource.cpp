@@ -10,6 +10,7 @@ PushedFrameSource::PushedFrameSource() = default;
 
 PushedFrameSource::~PushedFrameSource()
 {
+    awaitOutputFrame(); // a frame being drawn may be reading this source
     releaseTexture();
 }
 

@@ -95,15 +95,17 @@ void ScreenPublisher::outputDrawn(QOpenGLFramebufferObject& output)
                      GL_UNSIGNED_BYTE, nullptr);
     gl->glBindFramebuffer(GL_FRAMEBUFFER, GLuint(previous));
     pbo.release();
-    ++m_readBacks;
+    m_readBacks.fetch_add(1);
     m_pending = m_next;
     m_next = 1 - m_next;
-    if (m_idle->isActive())
-        m_idle->start(); // a second from this picture
-    if (!m_collectQueued) {
-        m_collectQueued = true;
+    // Sent from the GUI thread, where the idle timer lives too (this may run
+    // on the render thread): after the frame, so the read-back has landed.
+    if (!m_collectQueued.exchange(true)) {
         QTimer::singleShot(0, this, [this] {
-            m_collectQueued = false;
+            QtAV::awaitOutputFrame(); // the frame that read back is over
+            m_collectQueued.store(false);
+            if (m_idle->isActive())
+                m_idle->start(); // a second from this picture
             if (m_pending >= 0)
                 collect();
         });

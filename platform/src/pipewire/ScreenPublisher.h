@@ -11,10 +11,14 @@
 // moves, the picture is sent again once a second (kIdleResendMsec), so a
 // consumer can tell an unchanging screen from a stalled one.
 //
-// Threading: GUI thread (the compositor calls outputDrawn with its context
-// current); the node's consumer notices arrive from the PipeWire thread as
-// a wake-up of this object (GuiWakeup).
+// Threading: GUI thread, except outputDrawn, which the compositor calls with
+// its context current on the thread that draws its frames (the GUI thread or
+// the render thread); the picture read back is sent from the GUI thread
+// after that frame. The node's consumer notices arrive from the PipeWire
+// thread as a wake-up of this object (GuiWakeup).
 #pragma once
+
+#include <atomic>
 
 #include "KelmorPlatformExport.h"
 #include "gl/ScreenOutputTap.h"
@@ -47,7 +51,7 @@ public:
     QString nodeName() const { return m_nodeName; }
     const PwVideoPublisher& node() const { return *m_node; }
     /// Pictures read back from the screen so far (diagnostics).
-    quint64 readBacks() const { return m_readBacks; }
+    quint64 readBacks() const { return m_readBacks.load(); }
 
     static constexpr int kIdleResendMsec = 1000;
 
@@ -59,7 +63,9 @@ private:
     void consumerChanged();
     void destroyBuffers();
 
-    // GUI thread.
+    // GUI thread, and the thread that draws output frames (outputDrawn:
+    // the render thread while a frame is lent to it); the GUI thread touches
+    // the buffers only after awaitOutputFrame().
     const int m_screenId;
     const QString m_nodeName;
     const QSize m_size;
@@ -68,10 +74,10 @@ private:
     std::unique_ptr<PwVideoPublisher> m_node;
     QOpenGLBuffer m_pbo[2]{QOpenGLBuffer(QOpenGLBuffer::PixelPackBuffer),
                            QOpenGLBuffer(QOpenGLBuffer::PixelPackBuffer)};
-    quint64 m_readBacks = 0;
+    std::atomic<quint64> m_readBacks{0}; // any thread reads
     int m_next = 0;            // the buffer the next read-back goes into
     int m_pending = -1;        // the buffer holding a picture not yet sent
-    bool m_collectQueued = false;
+    std::atomic<bool> m_collectQueued{false}; // a collect is queued to the GUI thread
     QTimer* m_idle = nullptr;  // child: redraws an unchanging screen for its consumer
     bool m_rgbaOnly = false;   // GLES: read RGBA and swap to BGRA on the CPU
     std::vector<uint8_t> m_swap; // GLES only

@@ -1,0 +1,93 @@
+// Output frames drawn on the render thread (ScreenService::setRenderThread):
+// frames are drawn off the GUI thread, the GUI thread goes on while one is
+// drawn, and once on, the render thread stays on. The rest of the suite runs
+// once more with the render thread on (ScreenTest.all_on_the_render_thread).
+#include "ScreenFixture.h"
+
+#include <QThread>
+#include <QTimer>
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+// A source nothing shows, with a frame always due: every output frame takes
+// it undrawn (discardPendingFrame), on the thread that draws output frames.
+// While `hold` is set, that call waits (up to 5 s) until `release` is set.
+class DueFrameSource : public QtAV::VideoFrameSource
+{
+public:
+    QtAV::FrameTexture updateTexture(const QSize&) override { return {}; }
+    quint64 serial() const override { return 0; }
+    bool hasPendingFrame() const override { return true; }
+    QSize pictureSize() const override { return {}; }
+    void discardPendingFrame() override
+    {
+        thread.store(QThread::currentThread());
+        ++discards;
+        if (!hold.load())
+            return;
+        holding.store(true);
+        const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (!release.load() && std::chrono::steady_clock::now() < until)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        releasedInTime.store(release.load());
+        hold.store(false);
+    }
+
+    std::atomic<QThread*> thread{nullptr};
+    std::atomic<int> discards{0};
+    std::atomic<bool> hold{false};
+    std::atomic<bool> holding{false};
+    std::atomic<bool> release{false};
+    std::atomic<bool> releasedInTime{false};
+};
+
+} // namespace
+
+TEST_F(ScreenTest, OnTheRenderThreadFramesAreDrawnOffTheGuiThread)
+{
+    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
+    EXPECT_TRUE(ScreenService::getInstance().renderThread());
+    openScreen(1);
+    DueFrameSource source;
+    QtAV::registerFrameSource(&source);
+    QtAV::requestCompositorFrame();
+    EXPECT_TRUE(waitUntil([&] { return source.discards.load() > 0; }));
+    EXPECT_NE(source.thread.load(), nullptr);
+    EXPECT_NE(source.thread.load(), QThread::currentThread());
+    QtAV::unregisterFrameSource(&source); // waits for a frame under way
+}
+
+TEST_F(ScreenTest, OnTheRenderThreadTheGuiThreadGoesOnWhileAFrameIsDrawn)
+{
+    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
+    openScreen(1);
+    DueFrameSource source;
+    source.hold.store(true);
+    QtAV::registerFrameSource(&source);
+    QtAV::requestCompositorFrame();
+    ASSERT_TRUE(waitUntil([&] { return source.holding.load(); }));
+    // The frame is held on the render thread; the GUI thread still runs its
+    // timers, and it is one of them that lets the frame end.
+    bool fired = false;
+    QTimer::singleShot(10, [&] {
+        fired = true;
+        source.release.store(true);
+    });
+    EXPECT_TRUE(waitUntil([&] { return fired; }, 3000));
+    QtAV::unregisterFrameSource(&source);
+    EXPECT_TRUE(source.releasedInTime.load())
+        << "the frame ended by its time limit, not by the GUI thread's timer";
+}
+
+TEST_F(ScreenTest, TheRenderThreadOnceOnStaysOn)
+{
+    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
+    EXPECT_TRUE(ScreenService::getInstance().setRenderThread(false));
+    EXPECT_TRUE(ScreenService::getInstance().renderThread());
+    // A grab still draws the screen's picture now, on the GUI thread.
+    openScreen(1);
+    EXPECT_FALSE(grab(1).isNull());
+}
