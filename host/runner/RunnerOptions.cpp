@@ -142,6 +142,8 @@ bool parseRunnerOptions(const QStringList& args, RunnerOptions& o, QString& erro
                 error = QStringLiteral("--vsync: \"%1\" is not auto, on or off").arg(v.left(64));
                 return false;
             }
+        } else if (arg == QLatin1String("--render-thread")) {
+            o.renderThread = true;
         } else if (arg == QLatin1String("--out")) {
             if (!value(o.outDir))
                 return false;

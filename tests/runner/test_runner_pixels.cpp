@@ -110,6 +110,38 @@ TEST(RunnerPixels, WindowPresentedWithVsyncShowsTheQuadrantsInTheSamePlaces)
     EXPECT_TRUE(colourAt(image, 480, 270, kWhite));
 }
 
+TEST(RunnerPixels, FramesDrawnOnTheRenderThreadShowTheQuadrantsInTheSamePlaces)
+{
+    ASSERT_FALSE(mediaDir().isEmpty());
+    const QString dir = freshWorkDir(QStringLiteral("pixels-render-thread"));
+    const QString show = QStringLiteral("{\"op\": \"openScreen\", \"id\": 1, \"width\": 640, "
+                                        "\"height\": 360, \"windowed\": true}\n"
+                                        "{\"op\": \"openScreen\", \"id\": 2, \"width\": 640, "
+                                        "\"height\": 360}\n")
+        + createLayer(1, 1, QStringLiteral("${media}/quadrants.mp4"), QStringLiteral("video"))
+        + addRenderer(1, 1, 1, 0, 0, 640, 360, 640, 360)
+        + addRenderer(1, 1, 2, 0, 0, 640, 360, 640, 360)
+        + step(QStringLiteral("setCurPlayerCount"), QStringLiteral("1"))
+        + step(QStringLiteral("play"), layerRef(1, 1))
+        + QStringLiteral("{\"op\": \"wait\", \"ms\": 500}\n"
+                         "{\"op\": \"snapshot\", \"screen\": 1, \"path\": \"window.png\"}\n"
+                         "{\"op\": \"snapshot\", \"screen\": 2, \"path\": \"offscreen.png\"}\n");
+    const ShowRun run = runShow(dir, show, {QStringLiteral("--render-thread")});
+    EXPECT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_TRUE(run.errors().isEmpty()) << run.errText.toStdString();
+    EXPECT_TRUE(run.errText.contains(QStringLiteral("output frames are drawn on a render thread")))
+        << run.errText.toStdString();
+    for (const QString name : {QStringLiteral("window.png"), QStringLiteral("offscreen.png")}) {
+        const QImage image(dir + QLatin1Char('/') + name);
+        ASSERT_EQ(image.size(), QSize(640, 360)) << name.toStdString();
+        EXPECT_TRUE(colourAt(image, 160, 90, kRed)) << name.toStdString();
+        EXPECT_TRUE(colourAt(image, 480, 90, kGreen)) << name.toStdString();
+        EXPECT_TRUE(colourAt(image, 160, 270, kBlue)) << name.toStdString();
+        EXPECT_TRUE(colourAt(image, 480, 270, kWhite)) << name.toStdString();
+    }
+}
+
 TEST(RunnerPixels, StillPlacedAtAGeometryCoversExactlyThatRectangle)
 {
     ASSERT_FALSE(mediaDir().isEmpty());
