@@ -32,10 +32,18 @@
 // (--threads: each step's CPU by thread name, in percent of one core, a
 // thread near 100 being a serial limit whatever the other cores do; and the
 // compositor's ticks: how many a second, how long, and the share of the GUI
-// thread's time they take.)
+// thread's time they take. --render-thread: output frames drawn on the render
+// thread, ScreenService::setRenderThread; the ticks are then the GUI thread's
+// part of a frame only.)
+// Every step also prints how late a 5 ms timer on the GUI thread fires (p50,
+// p99, max): what a command arriving then waits before it runs.
 #include "bench_common.h"
 
 #include "AVPlayer.h"
+#include "ScreenService.h"
+
+#include <QTimer>
+#include <chrono>
 #include "ScreenService.h"
 
 #include <QCommandLineParser>
@@ -81,6 +89,7 @@ struct Step
     double cpuPercent = 0.0;  // of one core
     ThreadCpu threads0, threads1; // per-thread CPU around the measured time
     std::vector<double> ticks; // compositor tick durations (ms) in the measured time
+    std::vector<double> lateness; // how late (ms) a 5 ms GUI-thread timer fired
     double seconds = 0.0;     // the measured time
     bool loaded = true;
     bool fewFrames() const { return double(fewestShown) < expected - std::max(3.0, expected * 0.01); }
@@ -135,7 +144,19 @@ Step runStep(int count, const Clip& clip, const QSize& picture, ScreenWidget* sc
     const Clock::time_point t0 = Clock::now();
     for (auto& layer : layers)
         layer->player()->pause(false);
+    // The GUI thread's answer time: a repeating 5 ms timer's lateness.
+    QTimer probe;
+    probe.setTimerType(Qt::PreciseTimer);
+    Clock::time_point last = Clock::now();
+    QObject::connect(&probe, &QTimer::timeout, [&] {
+        const Clock::time_point now = Clock::now();
+        step.lateness.push_back(
+            std::max(0.0, std::chrono::duration<double, std::milli>(now - last).count() - 5.0));
+        last = now;
+    });
+    probe.start(5);
     runFor(seconds * 1000);
+    probe.stop();
     const double wall = msSince(t0) / 1000.0;
     app->recordTicks(false);
     step.ticks = app->takeTicks();
@@ -161,6 +182,9 @@ void printStep(const Step& s, double tolerance)
                 s.dropRate(), static_cast<unsigned long long>(s.fewestShown), s.expected,
                 s.cpuPercent, qPrintable(loadAverage()),
                 s.tooMany(tolerance) ? "  <- too many drops" : s.dropped() ? "  <- drops" : "");
+    std::printf("    GUI thread: a 5 ms timer late by p50 %.2f ms, p99 %.2f ms, max %.1f ms\n",
+                percentile(s.lateness, 50), percentile(s.lateness, 99),
+                percentile(s.lateness, 100));
     if (g_threads) {
         printThreadShare(s.threads0, s.threads1, s.seconds);
         double busy = 0.0;
@@ -238,17 +262,24 @@ int main(int argc, char** argv)
     parser.addOption({"max-layers", "Highest layer count tried (default 96).", "n", "96"});
     parser.addOption({"threads", "Print each step's CPU by thread, in percent of one core."});
     parser.addOption({"tolerance", "Drops allowed per thousand frames due (default 2).", "n", "2"});
+    parser.addOption({"render-thread", "Draw output frames on the render thread."});
     parser.process(app);
     if (!app.start(parser))
         return 1;
+    if (parser.isSet("render-thread") && !ScreenService::getInstance().setRenderThread(true)) {
+        std::printf("no render thread on this GL platform\n");
+        return 1;
+    }
     const int seconds = std::max(1, parser.value("seconds").toInt());
     const int maxLayers = std::max(1, std::min(256, parser.value("max-layers").toInt()));
     const int from = std::max(1, std::min(maxLayers, parser.value("from").toInt()));
     const double tolerance = std::max(0.0, parser.value("tolerance").toDouble());
     g_threads = parser.isSet("threads");
 
-    std::printf("layer capacity: %d s per step on a 1280x720 offscreen screen; %u cores; "
-                "load average %s\n", seconds, cores(), qPrintable(loadAverage()));
+    std::printf("layer capacity: %d s per step on a 1280x720 offscreen screen%s; %u cores; "
+                "load average %s\n", seconds,
+                ScreenService::getInstance().renderThread() ? ", frames on the render thread" : "",
+                cores(), qPrintable(loadAverage()));
     std::vector<QString> results;
     for (const QString& h : parser.value("heights").split(',', Qt::SkipEmptyParts)) {
         const int height = h.trimmed().toInt();

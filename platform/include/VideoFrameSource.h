@@ -55,7 +55,7 @@ public:
     /// or smaller (never larger than the picture). Invalid when there is no
     /// picture (nothing loaded, audio only, blanked).
     virtual FrameTexture updateTexture(const QSize& wanted) = 0;
-    /// Grows by one each time updateTexture() changed the picture.
+    /// Grows by one each time updateTexture() changed the picture (any thread).
     virtual quint64 serial() const = 0;
     /// True when a new frame waits to be brought into the texture (any thread).
     virtual bool hasPendingFrame() const = 0;

@@ -55,7 +55,7 @@ public:
     ~MpvFrameSource() override;
 
     FrameTexture updateTexture(const QSize& wanted) override;
-    quint64 serial() const override { return m_serial; }
+    quint64 serial() const override { return m_serial.load(); }
     bool hasPendingFrame() const override { return m_pending.load(); }
     QSize pictureSize() const override { return m_pictureSize; }
     void discardPendingFrame() override;
@@ -96,11 +96,11 @@ private:
     mpv_render_context* m_render;           // set when made; used with the context
     std::atomic<bool> m_pending{false};     // a frame is due (any thread)
     std::atomic<bool> m_prompt{false};      // take new frames at once (any thread)
+    std::atomic<quint64> m_serial{0};       // grows where frames are drawn; read anywhere
     // With the context (the thread drawing output frames; the GUI thread's
     // setters wait for that frame first).
     std::unique_ptr<MpvRenderTarget> m_target;
     QSize m_pictureSize;
-    quint64 m_serial = 0;
     bool m_hasFrame = false;                // m_target holds a rendered frame
     bool m_frameDue = false;                // libmpv said a new frame is due, not rendered yet
     bool m_frameSeen = false;               // libmpv has had a frame for this source at all

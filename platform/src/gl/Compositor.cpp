@@ -55,12 +55,14 @@ void Compositor::requestFrame(bool prompt)
     // for: that tick may be waiting for the display's pace.
     if (prompt && !m_prompt.exchange(true)) {
         m_requested.store(true);
-        QMetaObject::invokeMethod(this, [this] { schedule(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(this, "schedule", Qt::QueuedConnection);
         return;
     }
     if (m_requested.exchange(true))
         return;
-    QMetaObject::invokeMethod(this, [this] { schedule(); }, Qt::QueuedConnection);
+    // By name: the call's event is made inside Qt, not from a functor made
+    // on the calling thread (which may be libmpv's or the render thread).
+    QMetaObject::invokeMethod(this, "schedule", Qt::QueuedConnection);
 }
 
 void Compositor::schedule()
@@ -197,7 +199,6 @@ void Compositor::tick()
     auto results = std::make_shared<SceneResults>();
     render->post([this, scene, results] { drawScene(*scene, *results); }, this,
                  [this, results] {
-                     awaitRenderThread();
                      deliver(*results);
                      if (m_tickAfterFrame) {
                          m_tickAfterFrame = false;

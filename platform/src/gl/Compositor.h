@@ -131,6 +131,7 @@ public:
 
 private slots:
     void tick();
+    void schedule();
 
 private:
     using Item = Scene::Item;
@@ -166,7 +167,6 @@ private:
         ScreenOutputTap* tap = nullptr;   // not owned (a published screen's reader)
     };
 
-    void schedule();
     /// A whole output frame drawn on the calling (GUI) thread, now: for
     /// grabs and a recording's first picture, which need it before they
     /// return. Waits for a frame under way on the render thread first.

@@ -17,7 +17,7 @@ PushedFrameSource::~PushedFrameSource()
 void PushedFrameSource::push(const VideoFrame& frame)
 {
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         m_frame = frame;
         ++m_pushes;
     }
@@ -27,7 +27,7 @@ void PushedFrameSource::push(const VideoFrame& frame)
 
 QSize PushedFrameSource::pictureSize() const
 {
-    QMutexLocker lock(&m_mutex);
+    std::lock_guard<std::mutex> lock(m_mutex);
     return m_frame.size();
 }
 
@@ -38,7 +38,7 @@ FrameTexture PushedFrameSource::updateTexture(const QSize&)
     VideoFrame frame;
     quint64 pushes = 0;
     {
-        QMutexLocker lock(&m_mutex);
+        std::lock_guard<std::mutex> lock(m_mutex);
         frame = m_frame;
         pushes = m_pushes;
     }

@@ -42,12 +42,13 @@ RenderThread::~RenderThread()
         m_stop = true;
     }
     m_wake.notify_all();
-    if (glAbandoned() && !m_worker->wait(kAbandonedWaitMs)) {
-        // Stuck on a display that is gone: the process is ending.
-        qDebug() << "render thread: still in a frame on a lost display; left behind";
-        return;
-    }
     m_worker->wait();
+    {
+        // The worker's last act was under this mutex: what it did is seen
+        // as done before the members go (a thread's end alone is not, to a
+        // race detector that does not see inside Qt).
+        std::lock_guard<std::mutex> lock(m_mutex);
+    }
     delete m_worker;
 }
 
@@ -56,18 +57,29 @@ void RenderThread::post(std::function<void()> job, QObject* receiver, std::funct
     waitHome();
     m_context->doneCurrent();
     m_context->moveToThread(m_worker);
+    m_dones.push_back(Done{++m_posted, receiver, std::move(done)});
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_away = true;
         m_job = std::move(job);
-        // Queued before the context is marked home, so the receiver (which
-        // waits for home before it goes) is alive; a queued call to a
-        // receiver deleted later is dropped with it.
-        m_done = [receiver, done = std::move(done)] {
-            QMetaObject::invokeMethod(receiver, done, Qt::QueuedConnection);
-        };
     }
     m_wake.notify_all();
+}
+
+void RenderThread::frameDone()
+{
+    if (m_dones.empty())
+        return;
+    Done done = std::move(m_dones.front());
+    m_dones.pop_front();
+    {
+        // Queued a moment before the worker counts the frame home: what the
+        // frame wrote is this thread's once it is counted.
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_home.wait(lock, [&] { return m_completed >= done.frame || glAbandoned(); });
+    }
+    if (done.receiver && done.run)
+        done.run();
 }
 
 void RenderThread::waitHome()
@@ -99,7 +111,6 @@ void RenderThread::run()
 {
     for (;;) {
         std::function<void()> job;
-        std::function<void()> done;
         {
             std::unique_lock<std::mutex> lock(m_mutex);
             m_wake.wait(lock, [this] { return m_stop || m_job; });
@@ -107,8 +118,6 @@ void RenderThread::run()
                 return; // stopped with nothing lent
             job = std::move(m_job);
             m_job = nullptr;
-            done = std::move(m_done);
-            m_done = nullptr;
         }
         // The context is this thread's until it is moved back.
         const bool current = !glAbandoned() && m_context->makeCurrent(m_surface);
@@ -118,11 +127,16 @@ void RenderThread::run()
         } else if (!glAbandoned()) {
             qDebug() << "render thread: the context could not be made current; frame skipped";
         }
+        job = nullptr; // what it captured goes here, not on the GUI thread
         m_context->moveToThread(m_gui);
-        done();
+        // By name, so that Qt makes the call's event itself; queued before
+        // the context is marked home, so this object (which waits for home
+        // before it goes) is alive.
+        QMetaObject::invokeMethod(this, "frameDone", Qt::QueuedConnection);
         {
             std::lock_guard<std::mutex> lock(m_mutex);
             m_away = false;
+            ++m_completed;
         }
         m_home.notify_all();
     }

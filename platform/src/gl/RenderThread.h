@@ -19,6 +19,7 @@
 #pragma once
 
 #include <QObject>
+#include <QPointer>
 #include <QThread>
 #include <condition_variable>
 #include <deque>
@@ -30,19 +31,21 @@ class QOpenGLContext;
 
 namespace kelmor::gl {
 
-class RenderThread
+class RenderThread : public QObject
 {
+    Q_OBJECT
 public:
     RenderThread(QOpenGLContext* context, QOffscreenSurface* surface);
     /// Waits for the frame under way, then stops and joins the thread; the
-    /// context is home afterwards.
+    /// context is home afterwards. Not called once the display is lost (the
+    /// thread may be stuck in it; the process is ending).
     ~RenderThread();
 
-    /// Lends the context and runs `job` on the thread with it current; then
-    /// `done` runs on the GUI thread, queued to `receiver` (dropped if the
-    /// receiver is gone; it may run a moment before busy() turns false, so
-    /// it waits for home before it touches what the job did). Waits for a
-    /// frame under way first. GUI thread.
+    /// Lends the context and runs `job` on the thread with it current; once
+    /// the context is home, `done` runs on the GUI thread (not if `receiver`
+    /// is gone by then), after what the job wrote is visible to it; the
+    /// `done`s run in the order of their frames. Waits for a frame under way
+    /// first. GUI thread.
     void post(std::function<void()> job, QObject* receiver, std::function<void()> done);
     /// Returns once the context is home. No wait on the thread itself. After
     /// abandonSharedContext() it waits at most `kAbandonedWaitMs`: a display
@@ -55,6 +58,10 @@ public:
 
     static constexpr int kAbandonedWaitMs = 500;
 
+private slots:
+    /// The frame lent out came home: runs its `done` (GUI thread).
+    void frameDone();
+
 private:
     class Worker;
     void run();
@@ -63,14 +70,24 @@ private:
     QOffscreenSurface* const m_surface;
     QThread* const m_gui;
     Worker* m_worker = nullptr;        // GUI thread (made and joined there)
+    struct Done
+    {
+        quint64 frame;                 // its number in m_posted's count
+        QPointer<QObject> receiver;
+        std::function<void()> run;
+    };
+    // GUI thread: frames lent, and what runs when each has come home (in
+    // order; one frameDone call each).
+    quint64 m_posted = 0;
+    std::deque<Done> m_dones;
 
     mutable std::mutex m_mutex;        // guards the fields below
     std::condition_variable m_wake;    // a job or stop for the worker
     std::condition_variable m_home;    // the context came home
-    std::function<void()> m_job;       // the frame to draw
-    std::function<void()> m_done;      // queues the frame's results to the GUI thread
+    std::function<void()> m_job;       // the frame to draw (made on the GUI thread)
     bool m_away = false;
     bool m_stop = false;
+    quint64 m_completed = 0;           // frames that came home
 };
 
 } // namespace kelmor::gl

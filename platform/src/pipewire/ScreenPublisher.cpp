@@ -100,16 +100,18 @@ void ScreenPublisher::outputDrawn(QOpenGLFramebufferObject& output)
     m_next = 1 - m_next;
     // Sent from the GUI thread, where the idle timer lives too (this may run
     // on the render thread): after the frame, so the read-back has landed.
-    if (!m_collectQueued.exchange(true)) {
-        QTimer::singleShot(0, this, [this] {
-            QtAV::awaitOutputFrame(); // the frame that read back is over
-            m_collectQueued.store(false);
-            if (m_idle->isActive())
-                m_idle->start(); // a second from this picture
-            if (m_pending >= 0)
-                collect();
-        });
-    }
+    if (!m_collectQueued.exchange(true))
+        QMetaObject::invokeMethod(this, "sendReadBack", Qt::QueuedConnection);
+}
+
+void ScreenPublisher::sendReadBack()
+{
+    QtAV::awaitOutputFrame(); // the frame that read back is over
+    m_collectQueued.store(false);
+    if (m_idle->isActive())
+        m_idle->start(); // a second from this picture
+    if (m_pending >= 0)
+        collect();
 }
 
 void ScreenPublisher::collect()

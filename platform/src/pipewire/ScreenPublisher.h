@@ -58,6 +58,10 @@ public:
     bool wantsPictures() const override;
     void outputDrawn(QOpenGLFramebufferObject& output) override;
 
+private slots:
+    /// The last read-back is sent (GUI thread, after the frame that made it).
+    void sendReadBack();
+
 private:
     void collect();
     void consumerChanged();
