@@ -37,6 +37,8 @@
 //
 //   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" build/bench/kelmor_bench_compositor [--reps 3]
 // (Qt's xcb platform: windowed screens need it; not QT_QPA_PLATFORM=offscreen.)
+// --render-thread: all of ours with output frames drawn on the render thread
+// (ScreenService::setRenderThread); the thread's CPU is the process's.
 #include "bench_common.h"
 
 #include "AVPlayer.h"
@@ -222,9 +224,14 @@ int main(int argc, char** argv)
     parser.addOption({"seconds", "Seconds measured per configuration (default 10).", "s", "10"});
     parser.addOption({"reps", "Interleaved repetitions (default 3).", "n", "3"});
     parser.addOption({"threads", "Print where our CPU went, by thread, for every run."});
+    parser.addOption({"render-thread", "Draw our output frames on the render thread."});
     parser.process(app);
     if (!app.start(parser))
         return 1;
+    if (parser.isSet("render-thread") && !ScreenService::getInstance().setRenderThread(true)) {
+        std::fprintf(stderr, "no render thread on this GL platform\n");
+        return 1;
+    }
     if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
         std::fprintf(stderr, "windowed screens need Qt's xcb platform: unset QT_QPA_PLATFORM\n");
         return 1;

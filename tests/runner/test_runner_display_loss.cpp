@@ -73,7 +73,9 @@ struct LossRun
 
 /// Runs a show on a private X server, records screen 1 (windowed or not),
 /// kills the server once frames have been recorded, and waits for the end.
-LossRun runAndLoseDisplay(const QString& name, Platform platform, bool windowed)
+/// `extraArgs` go to the runner before its show ("-").
+LossRun runAndLoseDisplay(const QString& name, Platform platform, bool windowed,
+                          const QStringList& extraArgs = {})
 {
     LossRun result;
     const QString dir = freshWorkDir(name);
@@ -93,9 +95,10 @@ LossRun runAndLoseDisplay(const QString& name, Platform platform, bool windowed)
     LiveRunner runner;
     runner.process().setProcessEnvironment(env);
     runner.process().setProcessChannelMode(QProcess::SeparateChannels);
-    if (!runner.start({QStringLiteral("--ao"), QStringLiteral("null"), QStringLiteral("--no-progress"),
-                       QStringLiteral("--out"), dir, QStringLiteral("-")},
-                      dir)) {
+    const QStringList args = QStringList{QStringLiteral("--ao"), QStringLiteral("null"),
+                                         QStringLiteral("--no-progress"), QStringLiteral("--out"), dir}
+        + extraArgs + QStringList{QStringLiteral("-")};
+    if (!runner.start(args, dir)) {
         ADD_FAILURE() << "kelmor-show did not start";
         return result;
     }
@@ -188,4 +191,14 @@ TEST(RunnerDisplayLoss, OffscreenPlatformEndsTheSameWayAtItsNextXRequest)
 {
     ASSERT_FALSE(mediaDir().isEmpty());
     expectCleanEnd(runAndLoseDisplay(QStringLiteral("display-loss-offscreen-platform"), Platform::Offscreen, false));
+}
+
+TEST(RunnerDisplayLoss, FramesOnTheRenderThreadEndTheSameWay)
+{
+    ASSERT_FALSE(mediaDir().isEmpty());
+    const LossRun run = runAndLoseDisplay(QStringLiteral("display-loss-render-thread"), Platform::Xcb,
+                                          true, {QStringLiteral("--render-thread")});
+    expectCleanEnd(run);
+    EXPECT_TRUE(run.errText.contains(QLatin1String("output frames are drawn on a render thread")))
+        << run.errText.toStdString();
 }
