@@ -67,6 +67,12 @@ void Compositor::requestFrame(bool prompt)
 
 void Compositor::schedule()
 {
+    if (RenderThread* render = renderThread(); render && render->busy()) {
+        // The frame under way asks again when it is done (done runs on this
+        // thread, after busy() turned false): no timer meanwhile.
+        m_tickAfterFrame = true;
+        return;
+    }
     const bool prompt = m_prompt.exchange(false);
     if (prompt) {
         m_timer.start(0);
