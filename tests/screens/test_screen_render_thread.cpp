@@ -34,6 +34,7 @@ public:
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         releasedInTime.store(release.load());
         hold.store(false);
+        ended.store(true);
     }
 
     std::atomic<QThread*> thread{nullptr};
@@ -42,6 +43,7 @@ public:
     std::atomic<bool> holding{false};
     std::atomic<bool> release{false};
     std::atomic<bool> releasedInTime{false};
+    std::atomic<bool> ended{false}; // a held call returned
 };
 
 } // namespace
@@ -90,4 +92,21 @@ TEST_F(ScreenTest, TheRenderThreadOnceOnStaysOn)
     // A grab still draws the screen's picture now, on the GUI thread.
     openScreen(1);
     EXPECT_FALSE(grab(1).isNull());
+}
+
+TEST_F(ScreenTest, OnTheRenderThreadDropCountsAnswerWhileAFrameIsDrawn)
+{
+    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
+    openScreen(1);
+    DueFrameSource source;
+    source.hold.store(true);
+    QtAV::registerFrameSource(&source);
+    QtAV::requestCompositorFrame();
+    ASSERT_TRUE(waitUntil([&] { return source.holding.load(); }));
+    // Read while the frame is held: the answer comes before the frame ends.
+    EXPECT_TRUE(ScreenService::getInstance().droppedFrameCounts().isEmpty());
+    EXPECT_FALSE(source.ended.load()) << "the count waited for the frame being drawn";
+    source.release.store(true);
+    QtAV::unregisterFrameSource(&source);
+    EXPECT_TRUE(source.ended.load());
 }

@@ -67,6 +67,7 @@
 #include <QTimer>
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <vector>
 
 namespace QtAV {
@@ -125,7 +126,7 @@ public:
     /// A source's dropped frames (reportDroppedFrames; GUI thread).
     void noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count);
     /// Frames a player had due while shown that never reached a screen
-    /// (FrameDrops.h).
+    /// (FrameDrops.h). Never waits for a frame being drawn.
     quint64 droppedFrames(QtAV::AVPlayer* player) const;
     QHash<QtAV::AVPlayer*, quint64> droppedFrameCounts() const;
 
@@ -243,6 +244,7 @@ private:
     LayerPainter m_painter;
     FrameCopy m_copy;
     ScreenPostPass m_post;
+    mutable std::mutex m_dropsMutex;                  // guards m_drops (read from the GUI thread any time)
     FrameDrops m_drops;
     FrameDrops::Shown m_shown;                        // reused every tick
 };

@@ -176,6 +176,7 @@ void Compositor::sourceGone(QtAV::VideoFrameSource* source)
 void Compositor::noteDroppedFrames(QtAV::VideoFrameSource* source, quint64 count)
 {
     awaitRenderThread();
+    std::lock_guard<std::mutex> lock(m_dropsMutex);
     m_drops.note(source, count);
 }
 
@@ -190,6 +191,7 @@ void Compositor::settleDrops()
                 m_shown.emplace_back(item.source, item.player);
         }
     }
+    std::lock_guard<std::mutex> lock(m_dropsMutex);
     m_drops.settle(m_shown);
 }
 
@@ -197,15 +199,17 @@ void Compositor::settleDrops()
 
 namespace kelmor::gl {
 
+// The counts have a lock of their own: a host reading them (the runner does
+// once a second) never waits for a frame being drawn on the render thread.
 quint64 Compositor::droppedFrames(QtAV::AVPlayer* player) const
 {
-    awaitRenderThread();
+    std::lock_guard<std::mutex> lock(m_dropsMutex);
     return m_drops.dropped(player);
 }
 
 QHash<QtAV::AVPlayer*, quint64> Compositor::droppedFrameCounts() const
 {
-    awaitRenderThread();
+    std::lock_guard<std::mutex> lock(m_dropsMutex);
     return m_drops.all();
 }
 
