@@ -5,6 +5,7 @@
 #include <QThread>
 
 #include <csignal>
+#include <cstdio>
 #include <sys/types.h>
 
 PrivatePipeWire::PrivatePipeWire() = default;
@@ -69,6 +70,19 @@ bool PrivatePipeWire::startDaemon()
         m_error = QStringLiteral("pipewire made no socket");
         return false;
     }
+    // Starting the session manager is not what the tests check: on a loaded
+    // machine it now and then does not become ready in time, so it is
+    // started once more (the reason printed) before that counts as failure.
+    if (startSessionManager())
+        return true;
+    std::fprintf(stderr, "PrivatePipeWire: %s; the session manager is started once more\n",
+                 qPrintable(m_error));
+    end(m_sessionManager);
+    return startSessionManager();
+}
+
+bool PrivatePipeWire::startSessionManager()
+{
     m_sessionManager = std::make_unique<QProcess>();
     m_sessionManager->setStandardOutputFile(QProcess::nullDevice());
     m_sessionManager->setStandardErrorFile(QProcess::nullDevice());
@@ -96,7 +110,11 @@ bool PrivatePipeWire::waitForSessionManager()
         }
         QThread::msleep(50);
     }
-    m_error = QStringLiteral("wireplumber did not become ready");
+    m_error = QStringLiteral("wireplumber did not become ready (pw-cli ls Metadata: \"%1\")")
+                  .arg(QString::fromUtf8(tool(QStringLiteral("pw-cli"),
+                                              {QStringLiteral("ls"), QStringLiteral("Metadata")}))
+                           .simplified()
+                           .left(300));
     return false;
 }
 

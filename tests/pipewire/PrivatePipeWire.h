@@ -37,6 +37,8 @@ public:
     static QByteArray tool(const QString& program, const QStringList& args, int msec = 5000);
 
 private:
+    /// Starts wireplumber and waits until it is ready.
+    bool startSessionManager();
     bool waitForSessionManager();
     static void end(std::unique_ptr<QProcess>& process);
 
