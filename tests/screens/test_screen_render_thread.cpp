@@ -46,6 +46,23 @@ public:
     std::atomic<bool> ended{false}; // a held call returned
 };
 
+// A frame held on the render thread: the render thread on, a screen open,
+// and `source` holding the frame that takes it (release it before it goes).
+class RenderThreadTest : public ScreenTest
+{
+protected:
+    bool holdAFrame(DueFrameSource& source)
+    {
+        if (!ScreenService::getInstance().setRenderThread(true))
+            return false;
+        openScreen(1);
+        source.hold.store(true);
+        QtAV::registerFrameSource(&source);
+        QtAV::requestCompositorFrame();
+        return waitUntil([&] { return source.holding.load(); });
+    }
+};
+
 } // namespace
 
 TEST_F(ScreenTest, OnTheRenderThreadFramesAreDrawnOffTheGuiThread)
@@ -62,15 +79,10 @@ TEST_F(ScreenTest, OnTheRenderThreadFramesAreDrawnOffTheGuiThread)
     QtAV::unregisterFrameSource(&source); // waits for a frame under way
 }
 
-TEST_F(ScreenTest, OnTheRenderThreadTheGuiThreadGoesOnWhileAFrameIsDrawn)
+TEST_F(RenderThreadTest, TheGuiThreadGoesOnWhileAFrameIsDrawn)
 {
-    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
-    openScreen(1);
     DueFrameSource source;
-    source.hold.store(true);
-    QtAV::registerFrameSource(&source);
-    QtAV::requestCompositorFrame();
-    ASSERT_TRUE(waitUntil([&] { return source.holding.load(); }));
+    ASSERT_TRUE(holdAFrame(source));
     // The frame is held on the render thread; the GUI thread still runs its
     // timers, and it is one of them that lets the frame end.
     bool fired = false;
@@ -94,15 +106,10 @@ TEST_F(ScreenTest, TheRenderThreadOnceOnStaysOn)
     EXPECT_FALSE(grab(1).isNull());
 }
 
-TEST_F(ScreenTest, OnTheRenderThreadDropCountsAnswerWhileAFrameIsDrawn)
+TEST_F(RenderThreadTest, DropCountsAnswerWhileAFrameIsDrawn)
 {
-    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
-    openScreen(1);
     DueFrameSource source;
-    source.hold.store(true);
-    QtAV::registerFrameSource(&source);
-    QtAV::requestCompositorFrame();
-    ASSERT_TRUE(waitUntil([&] { return source.holding.load(); }));
+    ASSERT_TRUE(holdAFrame(source));
     // Read while the frame is held: the answer comes before the frame ends.
     EXPECT_TRUE(ScreenService::getInstance().droppedFrameCounts().isEmpty());
     EXPECT_FALSE(source.ended.load()) << "the count waited for the frame being drawn";
