@@ -1,6 +1,7 @@
 // Output frames drawn on the render thread (ScreenService::setRenderThread):
 // frames are drawn off the GUI thread, the GUI thread goes on while one is
-// drawn, and once on, the render thread stays on. The rest of the suite runs
+// drawn, frames go on while the GUI thread is busy (but not while it holds
+// the context), and once on, the render thread stays on. The rest of the suite runs
 // once more with the render thread on (ScreenTest.all_on_the_render_thread).
 #include "ScreenFixture.h"
 
@@ -44,6 +45,31 @@ public:
     std::atomic<bool> release{false};
     std::atomic<bool> releasedInTime{false};
     std::atomic<bool> ended{false}; // a held call returned
+};
+
+// Asks for output frames every 10 ms from a thread of its own, as an
+// engine does when its pictures come, until it goes.
+class FrameWanter
+{
+public:
+    FrameWanter()
+        : m_thread([this] {
+            while (!m_stop.load()) {
+                QtAV::requestCompositorFrame();
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            }
+        })
+    {
+    }
+    ~FrameWanter()
+    {
+        m_stop.store(true);
+        m_thread.join();
+    }
+
+private:
+    std::atomic<bool> m_stop{false};
+    std::thread m_thread;
 };
 
 // A frame held on the render thread: the render thread on, a screen open,
@@ -116,4 +142,47 @@ TEST_F(RenderThreadTest, DropCountsAnswerWhileAFrameIsDrawn)
     source.release.store(true);
     QtAV::unregisterFrameSource(&source);
     EXPECT_TRUE(source.ended.load());
+}
+
+TEST_F(ScreenTest, FramesGoOnWhileTheGuiThreadIsBusy)
+{
+    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
+    openScreen(1);
+    DueFrameSource source;
+    QtAV::registerFrameSource(&source);
+    QtAV::requestCompositorFrame();
+    ASSERT_TRUE(waitUntil([&] { return source.discards.load() > 0; }));
+    {
+        FrameWanter engine;
+        // The GUI thread does something else for 400 ms, off its event
+        // loop: the render thread draws the frames wanted meanwhile itself.
+        const int before = source.discards.load();
+        QThread::msleep(400);
+        const int during = source.discards.load() - before;
+        EXPECT_GE(during, 8) << "frames drawn while the GUI thread was busy";
+        EXPECT_NE(source.thread.load(), QThread::currentThread());
+    }
+    QtAV::unregisterFrameSource(&source);
+}
+
+TEST_F(ScreenTest, NoFrameIsDrawnWhileTheGuiThreadHoldsTheContext)
+{
+    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
+    openScreen(1);
+    DueFrameSource source;
+    QtAV::registerFrameSource(&source);
+    QtAV::requestCompositorFrame();
+    ASSERT_TRUE(waitUntil([&] { return source.discards.load() > 0; }));
+    {
+        FrameWanter engine;
+        // Called home, the context stays on the GUI thread until its next
+        // frame: whatever the GUI thread does with GL meanwhile is alone.
+        ASSERT_NE(QtAV::compositorContext(), nullptr);
+        const int before = source.discards.load();
+        QThread::msleep(300);
+        EXPECT_EQ(source.discards.load(), before);
+        // Back in its event loop, the GUI thread's frames lend it again.
+        EXPECT_TRUE(waitUntil([&] { return source.discards.load() > before; }));
+    }
+    QtAV::unregisterFrameSource(&source);
 }

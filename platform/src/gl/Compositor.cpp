@@ -41,7 +41,9 @@ Compositor::Compositor()
 
 Compositor::~Compositor()
 {
-    awaitRenderThread();
+    awaitRenderThread(); // home until the next post: no late frame from here on
+    if (RenderThread* render = renderThread(); render && m_lateFrameSet)
+        render->setLateFrame(nullptr, 0);
     setActiveCompositor(nullptr);
     if (sharedContext()) {
         m_screens.clear();
@@ -51,6 +53,8 @@ Compositor::~Compositor()
 
 void Compositor::requestFrame(bool prompt)
 {
+    if (RenderThread* render = renderThread())
+        render->frameWanted(); // drawn there if the GUI thread does not come
     // A prompt request is scheduled again even when a tick is already asked
     // for: that tick may be waiting for the display's pace.
     if (prompt && !m_prompt.exchange(true)) {
@@ -201,16 +205,19 @@ void Compositor::tick()
         drawHere();
         return;
     }
+    if (!m_lateFrameSet) {
+        m_lateFrameSet = true;
+        render->setLateFrame([this] { drawLate(); }, refreshInterval());
+    }
     auto scene = std::make_shared<Scene>(m_gatherer.gather());
-    auto results = std::make_shared<SceneResults>();
-    render->post([this, scene, results] { drawScene(*scene, *results); }, this,
-                 [this, results] {
-                     deliver(*results);
-                     if (m_tickAfterFrame) {
-                         m_tickAfterFrame = false;
-                         schedule();
-                     }
-                 });
+    render->post(
+        [this, scene] {
+            SceneResults results;
+            drawScene(*scene, results);
+            m_lastScene = scene;
+            keepResults(std::move(results), false);
+        },
+        this, [this] { deliverPending(); });
 }
 
 void Compositor::drawHere()
@@ -218,15 +225,28 @@ void Compositor::drawHere()
     awaitRenderThread();
     if (!sharedContext())
         return;
-    Scene scene = m_gatherer.gather();
+    auto scene = std::make_shared<Scene>(m_gatherer.gather());
     SceneResults results;
-    drawScene(scene, results);
-    deliver(results);
+    drawScene(*scene, results);
+    m_lastScene = scene;
+    keepResults(std::move(results), false);
+    deliverPending();
+}
+
+void Compositor::drawLate()
+{
+    // The GUI thread is busy elsewhere: the last frame's scene is drawn
+    // again with the sources' new pictures.
+    if (!m_lastScene)
+        return;
+    SceneResults results;
+    drawTaken(*m_lastScene, results);
+    if (keepResults(std::move(results), true))
+        QMetaObject::invokeMethod(this, "deliverPending", Qt::QueuedConnection);
 }
 
 void Compositor::drawScene(Scene& scene, SceneResults& out)
 {
-    ++m_tick;
     m_effectsChanges = scene.effectsChanges;
     // Screens the service closed without telling are dropped; the others
     // take their part of the scene.
@@ -246,6 +266,14 @@ void Compositor::drawScene(Scene& scene, SceneResults& out)
         s->id = gathered.id;
         s->effects = gathered.effects;
         s->items = std::move(gathered.items);
+    }
+    drawTaken(scene, out);
+}
+
+void Compositor::drawTaken(const Scene& scene, SceneResults& out)
+{
+    ++m_tick;
+    for (auto& s : m_screens) {
         for (const Item& item : s->items)
             memoFor(item).seenTick = m_tick;
         // The output framebuffer is read back by a recording and by a
@@ -278,6 +306,45 @@ void Compositor::drawScene(Scene& scene, SceneResults& out)
     }
     fillScreenPreviews(scene, out);
     pruneMemos();
+}
+
+bool Compositor::keepResults(SceneResults&& results, bool late)
+{
+    std::lock_guard<std::mutex> lock(m_pendingMutex);
+    for (auto& [preview, picture] : results.previews) {
+        // The newest picture of a preview replaces one not yet handed over.
+        auto kept = std::find_if(m_pending.previews.begin(), m_pending.previews.end(),
+                                 [p = preview](const auto& k) { return k.first == p; });
+        if (kept != m_pending.previews.end())
+            kept->second = std::move(picture);
+        else
+            m_pending.previews.emplace_back(preview, std::move(picture));
+    }
+    for (int id : results.screensDrawn) {
+        // A late frame's screens are announced once however many late
+        // frames drew them before the GUI thread came back.
+        if (!late || std::find(m_pending.screensDrawn.begin(), m_pending.screensDrawn.end(), id)
+                         == m_pending.screensDrawn.end())
+            m_pending.screensDrawn.push_back(id);
+    }
+    const bool first = !m_deliveryQueued;
+    m_deliveryQueued = true;
+    return first;
+}
+
+void Compositor::deliverPending()
+{
+    SceneResults results;
+    {
+        std::lock_guard<std::mutex> lock(m_pendingMutex);
+        std::swap(results, m_pending);
+        m_deliveryQueued = false;
+    }
+    deliver(results);
+    if (m_tickAfterFrame) {
+        m_tickAfterFrame = false;
+        schedule();
+    }
 }
 
 void Compositor::deliver(const SceneResults& results)

@@ -133,6 +133,9 @@ public:
 private slots:
     void tick();
     void schedule();
+    /// Hands the results kept since the last call to the previews and the
+    /// service, then asks for a tick that came while a frame was drawn.
+    void deliverPending();
 
 private:
     using Item = Scene::Item;
@@ -175,6 +178,16 @@ private:
     /// Steps 2 to 4 of a tick, from `scene` (its screens' items move into
     /// the screens); what goes back to the module's objects lands in `out`.
     void drawScene(Scene& scene, SceneResults& out);
+    /// Steps 2 to 4 with the screens' items as they are (drawScene, after
+    /// taking the scene's; drawLate, again).
+    void drawTaken(const Scene& scene, SceneResults& out);
+    /// The render thread's own frame while the GUI thread is busy
+    /// (RenderThread::setLateFrame): the last scene again.
+    void drawLate();
+    /// Adds a frame's results to those not yet delivered (a newer preview
+    /// picture replaces an older one; a late frame's screens are announced
+    /// once). Returns true when no delivery was asked for since the last.
+    bool keepResults(SceneResults&& results, bool late);
     /// Step 5: previews and screenDrawn, on the GUI thread.
     static void deliver(const SceneResults& results);
     void feedVirtualScreens();
@@ -212,6 +225,7 @@ private:
     // GUI thread.
     QTimer m_timer;                         // single shot, to the next tick
     bool m_tickAfterFrame = false;          // a tick came while the render thread drew
+    bool m_lateFrameSet = false;            // drawLate given to the render thread
     qint64 m_lastTick = -1000;
     SceneGatherer m_gatherer;
     QElapsedTimer m_clock;                  // started in the constructor; read anywhere
@@ -225,6 +239,9 @@ private:
     QHash<const QtAV::NoxOpenGLRender*, Memo> m_memos;
     QHash<QtAV::AVPlayer*, quint64> m_virtualFed;     // player -> screen draws pushed
     quint64 m_effectsChanges = 0;                     // the last tick's Scene's
+    /// The last scene drawn (its screens' items moved into m_screens), for
+    /// late frames; the frame sources and previews that go leave it.
+    std::shared_ptr<Scene> m_lastScene;
     struct PreviewMemo
     {
         quint64 serial = ~quint64(0);
@@ -244,6 +261,9 @@ private:
     LayerPainter m_painter;
     FrameCopy m_copy;
     ScreenPostPass m_post;
+    std::mutex m_pendingMutex;                        // guards the two below (either thread)
+    SceneResults m_pending;                           // results not yet delivered
+    bool m_deliveryQueued = false;                    // a deliverPending call is coming
     mutable std::mutex m_dropsMutex;                  // guards m_drops (read from the GUI thread any time)
     FrameDrops m_drops;
     FrameDrops::Shown m_shown;                        // reused every tick

@@ -6,6 +6,7 @@
 
 #include <QOpenGLContext>
 #include <QOpenGLFunctions>
+#include <algorithm>
 
 namespace kelmor::gl {
 
@@ -101,6 +102,20 @@ void Compositor::previewGone(QtAV::PreviewRenderer* preview)
         sharedContext();
         m_previews.remove(preview);
     }
+    // Late frames draw the last scene: not for this preview any more.
+    if (m_lastScene) {
+        auto& previews = m_lastScene->previews;
+        previews.erase(std::remove_if(previews.begin(), previews.end(),
+                                      [preview](const Scene::Preview& p) {
+                                          return p.preview == preview;
+                                      }),
+                       previews.end());
+    }
+    std::lock_guard<std::mutex> lock(m_pendingMutex);
+    auto& pending = m_pending.previews;
+    pending.erase(std::remove_if(pending.begin(), pending.end(),
+                                 [preview](const auto& p) { return p.first == preview; }),
+                  pending.end());
 }
 
 } // namespace kelmor::gl

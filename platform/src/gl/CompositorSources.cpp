@@ -164,6 +164,14 @@ void Compositor::sourceGone(QtAV::VideoFrameSource* source)
                 item.source = nullptr;
         }
     }
+    if (m_lastScene) {
+        // Late frames draw the last scene again.
+        for (Scene::Preview& preview : m_lastScene->previews) {
+            if (preview.source == source)
+                preview.source = nullptr;
+        }
+        m_lastScene->registered.removeAll(source);
+    }
     const auto lent = m_lent.find(source);
     if (lent == m_lent.end())
         return;

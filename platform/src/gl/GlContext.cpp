@@ -52,8 +52,15 @@ void releaseShared()
     if (gl.abandoned)
         return;
     // The render thread gives the context back and stops; windows'
-    // presentation threads use the share group: they stop too.
-    delete gl.render.exchange(nullptr);
+    // presentation threads use the share group: they stop too. Engine
+    // threads tell it of wanted frames under the compositor's mutex
+    // (requestCompositorFrame): past this exchange none holds it.
+    RenderThread* render = nullptr;
+    {
+        QMutexLocker lock(&g_compositorMutex);
+        render = gl.render.exchange(nullptr);
+    }
+    delete render;
     WindowPresenter::stopAll();
     if (gl.context)
         gl.context->doneCurrent();
