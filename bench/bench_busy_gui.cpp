@@ -10,8 +10,7 @@
 // per phase: the layer's new pictures a second (its source's serial), the
 // the frames libmpv dropped because no output frame took them in time
 // (ScreenService::droppedFrames), per 1000 frames due; then the medians per
-// kind; and how far apart new pictures were taken: a thread polls the
-// source's serial every millisecond, and the gaps between its changes give
+// kind; and how far apart new pictures were taken (picture_clock.h): gaps
 // p50, p99 and max (33 ms at 30 fps when nothing is late). Run it without and with --render-thread (the render thread draws
 // frames itself while the GUI thread is busy), interleaved, and compare the
 // busy phases; the quiet phases are each run's reference.
@@ -19,6 +18,7 @@
 //   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_busy_gui [--render-thread] [--seconds 10] [--phases 6]
 #include "bench_common.h"
+#include "picture_clock.h"
 
 #include "AVPlayer.h"
 #include "ScreenService.h"
@@ -26,10 +26,7 @@
 
 #include <QCommandLineParser>
 #include <QTimer>
-#include <atomic>
 #include <cstdio>
-#include <mutex>
-#include <thread>
 
 using namespace bench;
 
@@ -41,47 +38,6 @@ struct Phase
     double picturesPerSecond = 0.0;
     double dropsPerThousand = 0.0;
     std::vector<double> gaps; // ms between new pictures
-};
-
-/// Notes when a source's serial changes, polled every millisecond from a
-/// thread of its own (the serial is atomic).
-class PictureClock
-{
-public:
-    explicit PictureClock(const QtAV::VideoFrameSource* source)
-        : m_thread([this, source] {
-            quint64 last = source->serial();
-            while (!m_stop.load()) {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-                const quint64 now = source->serial();
-                if (now == last)
-                    continue;
-                last = now;
-                std::lock_guard<std::mutex> lock(m_mutex);
-                m_changes.push_back(Clock::now());
-            }
-        })
-    {
-    }
-    ~PictureClock()
-    {
-        m_stop.store(true);
-        m_thread.join();
-    }
-    /// The changes since the last call.
-    std::vector<Clock::time_point> take()
-    {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        std::vector<Clock::time_point> changes;
-        changes.swap(m_changes);
-        return changes;
-    }
-
-private:
-    std::atomic<bool> m_stop{false};
-    std::mutex m_mutex;                      // guards m_changes
-    std::vector<Clock::time_point> m_changes;
-    std::thread m_thread;                    // last: started once the rest exists
 };
 
 /// Spins the calling thread for `ms` milliseconds.
@@ -167,11 +123,8 @@ int main(int argc, char** argv)
         const double pictures = double(layer.serial() - serial0);
         const double drops =
             double(ScreenService::getInstance().droppedFrames(layer.player()) - drops0);
-        const std::vector<Clock::time_point> changes = pictureClock->take();
+        phase.gaps = PictureClock::gaps(pictureClock->take());
         busy.stop();
-        for (size_t i = 1; i < changes.size(); ++i)
-            phase.gaps.push_back(
-                std::chrono::duration<double, std::milli>(changes[i] - changes[i - 1]).count());
         phase.picturesPerSecond = pictures / elapsed;
         const double due = elapsed * clip.fps;
         phase.dropsPerThousand = due > 0 ? drops * 1000.0 / due : 0.0;

@@ -12,14 +12,19 @@
 // draining).
 //
 // Frame time: the interval between the starts of consecutive compositor
-// ticks (each draws the layer's new frame; nothing else asks for one).
-// Printed per phase: p50 / p99 frame time, p99 tick duration, steps answered;
-// then the medians over the phases of each kind and the ratio of their p99
-// frame times, flood / quiet (goal: within 10%, i.e. <= 1.10).
+// ticks (each draws the layer's new frame; nothing else asks for one); and
+// the gap between new pictures of the layer (picture_clock.h), which counts
+// frames whichever thread draws them. Printed per phase: p50 / p99 frame
+// time, p99 tick duration, p99 picture gap, steps answered; then the medians
+// over the phases of each kind and the ratio of their p99 frame times and
+// picture gaps, flood / quiet (goal: within 10%, i.e. <= 1.10).
+// --render-thread: output frames drawn on the render thread, as the show
+// runner does by default (the ticks are then the GUI thread's part only).
 //
 //   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_command_flood [--minutes 10] [--phase 60]
 #include "bench_common.h"
+#include "picture_clock.h"
 
 #include "EventHub.h"
 #include "HostSteps.h"
@@ -89,6 +94,7 @@ struct Phase
     bool flood = false;
     std::vector<double> intervals; // ms between tick starts
     std::vector<double> ticks;     // tick durations, ms
+    std::vector<double> gaps;      // ms between the layer's new pictures
     int steps = 0;                 // steps the runner answered
 };
 
@@ -104,6 +110,7 @@ int main(int argc, char** argv)
     parser.addOption({"minutes", "Length of the run (default 10).", "m", "10"});
     parser.addOption({"phase", "Seconds per quiet or flood phase (default 60).", "s", "60"});
     parser.addOption({"rate", "Steps a second while flooding (default 200).", "n", "200"});
+    parser.addOption({"render-thread", "Draw output frames on the render thread."});
     parser.process(app);
     if (!app.start(parser))
         return 1;
@@ -136,6 +143,7 @@ int main(int argc, char** argv)
     UI_Proc_KELMOR_PlayersManage_Desktop::getInstance();
     StepRunner runner(options, variables);
     ScreenSteps screens(outDir.path(), true, hub);
+    screens.drawOnRenderThread(parser.isSet("render-thread"));
     HostSteps host(runner, hub, screens);
     runner.setHostSteps(&host);
     auto* input = new StdinStepSource(false);
@@ -160,12 +168,14 @@ int main(int argc, char** argv)
         return 1;
     }
 
-    std::fprintf(g_out, "command flood: %s looped on a 1280x720 offscreen screen; %d phases of "
-                 "%d s, quiet and %d steps/s alternating; %u cores; load average %s\n",
-                 qPrintable(clip.path), phases, phaseSeconds, rate, cores(),
-                 qPrintable(loadAverage()));
-    std::fprintf(g_out, "  %5s %6s %9s %9s %9s %8s %7s   %s\n", "phase", "kind", "frame p50",
-                 "frame p99", "tick p99", "frames", "steps", "load average");
+    std::fprintf(g_out, "command flood: %s looped on a 1280x720 offscreen screen; render thread "
+                 "%s; %d phases of %d s, quiet and %d steps/s alternating; %u cores; load "
+                 "average %s\n", qPrintable(clip.path),
+                 ScreenService::getInstance().renderThread() ? "on" : "off", phases,
+                 phaseSeconds, rate, cores(), qPrintable(loadAverage()));
+    std::fprintf(g_out, "  %5s %6s %9s %9s %9s %9s %8s %7s   %s\n", "phase", "kind", "frame p50",
+                 "frame p99", "tick p99", "gap p99", "frames", "steps", "load average");
+    auto pictureClock = std::make_unique<PictureClock>(player->frameSource());
     std::fflush(g_out);
 
     const Clock::time_point t0 = Clock::now();
@@ -207,6 +217,7 @@ int main(int argc, char** argv)
         const std::vector<double> ticks = app.takeTicks();
         const std::vector<Clock::time_point> starts = app.takeTickStarts();
         const Clock::time_point counted = t0 + phaseLength * p + std::chrono::seconds(2);
+        phase.gaps = PictureClock::gaps(pictureClock->take(), counted);
         for (size_t i = 0; i < starts.size(); ++i) {
             if (starts[i] < counted)
                 continue;
@@ -217,10 +228,11 @@ int main(int argc, char** argv)
         }
         phase.steps = input->stepsRun - stepsBefore;
         stepsBefore = input->stepsRun;
-        std::fprintf(g_out, "  %5d %6s %9.1f %9.1f %9.1f %8zu %7d   %s\n", p + 1,
+        std::fprintf(g_out, "  %5d %6s %9.1f %9.1f %9.1f %9.1f %8zu %7d   %s\n", p + 1,
                      phase.flood ? "flood" : "quiet", percentile(phase.intervals, 50),
                      percentile(phase.intervals, 99), percentile(phase.ticks, 99),
-                     phase.intervals.size(), phase.steps, qPrintable(loadAverage()));
+                     percentile(phase.gaps, 99), phase.intervals.size(), phase.steps,
+                     qPrintable(loadAverage()));
         std::fflush(g_out);
     }
     app.recordTicks(false);
@@ -228,10 +240,12 @@ int main(int argc, char** argv)
     writer.join();
     ::close(feed[1]);
 
-    std::vector<double> quiet99, flood99, quiet50, flood50;
+    pictureClock.reset(); // polls the layer's source: stopped before the layer goes
+    std::vector<double> quiet99, flood99, quiet50, flood50, quietGap, floodGap;
     for (const Phase& p : results) {
         (p.flood ? flood99 : quiet99).push_back(percentile(p.intervals, 99));
         (p.flood ? flood50 : quiet50).push_back(percentile(p.intervals, 50));
+        (p.flood ? floodGap : quietGap).push_back(percentile(p.gaps, 99));
     }
     std::fprintf(g_out, "median frame time p50: quiet %.1f ms, flood %.1f ms; p99: quiet %.1f ms, "
                  "flood %.1f ms\n", median(quiet50), median(flood50), median(quiet99),
@@ -239,6 +253,10 @@ int main(int argc, char** argv)
     if (median(quiet99) > 0)
         std::fprintf(g_out, "ratio frame-time p99 flood / quiet: %.2f (goal <= 1.10)\n",
                      median(flood99) / median(quiet99));
+    if (median(quietGap) > 0)
+        std::fprintf(g_out, "median picture gap p99: quiet %.1f ms, flood %.1f ms; ratio flood / "
+                     "quiet: %.2f (goal <= 1.10)\n", median(quietGap), median(floodGap),
+                     median(floodGap) / median(quietGap));
     std::fprintf(g_out, "load average after: %s\n", qPrintable(loadAverage()));
     std::fflush(g_out);
     // The runner's objects end with the stack; the layer goes with the

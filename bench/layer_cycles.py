@@ -49,9 +49,9 @@ def slope(points):
 class Runner:
     """kelmor-show reading steps from a pipe; replies and events parsed."""
 
-    def __init__(self, binary, out_dir, media):
+    def __init__(self, binary, out_dir, media, extra=()):
         cmd = [binary, "--offscreen", "--ao", "null", "--no-progress", "--out", out_dir,
-               "--set", f"media={media}", "-"]
+               "--set", f"media={media}", *extra, "-"]
         self.proc = subprocess.Popen(cmd, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                      stderr=subprocess.DEVNULL, bufsize=0)
         self.line = 0
@@ -126,7 +126,7 @@ def create(bank, layer, path, kind="video", ms=4000):
 
 def run_cycles(args, media):
     out = tempfile.mkdtemp(prefix="kelmor-cycles-")
-    r = Runner(args.bin, out, media)
+    r = Runner(args.bin, out, media, args.runner_arg)
     r.send({"op": "openScreen", "id": 1, "width": 320, "height": 180})
     time.sleep(1)
     before = proc_sample(r.proc.pid)
@@ -179,7 +179,7 @@ def run_cycles(args, media):
 
 def run_soak(args, media):
     out = tempfile.mkdtemp(prefix="kelmor-soak-")
-    r = Runner(args.bin, out, media)
+    r = Runner(args.bin, out, media, args.runner_arg)
     r.send({"op": "openScreen", "id": 1, "width": 320, "height": 180})
     layers = [1, 2, 3, 4]
     steps = []
@@ -242,6 +242,8 @@ def main():
     ap.add_argument("--seconds", type=int, default=7200, help="soak length")
     ap.add_argument("--warmup-seconds", type=int, default=600)
     ap.add_argument("--reps", type=int, default=1)
+    ap.add_argument("--runner-arg", action="append", default=[],
+                    help="an option passed to kelmor-show (e.g. --runner-arg=--render-thread)")
     ap.add_argument("-v", "--verbose", action="store_true")
     args = ap.parse_args()
     subprocess.run([os.path.join(ROOT, "examples/make-demo-media.sh"), args.media], check=True,

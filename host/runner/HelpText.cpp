@@ -97,10 +97,12 @@ OPTIONS
                          window itself without waiting: may tear), "auto"
                          (default: on where the GL platform allows drawing
                          from threads, as Qt's xcb GLX does).
-    --render-thread      Draw output frames on a thread of their own: the
-                         GUI thread only gathers what to draw and goes on
-                         with commands while a frame is drawn (where the GL
-                         platform allows drawing from threads).
+    --render-thread      Draw output frames on a thread of their own
+                         (default, where the GL platform allows drawing
+                         from threads): the GUI thread only gathers what
+                         to draw and goes on with commands while a frame
+                         is drawn, and frames go on while it is busy.
+    --no-render-thread   Draw output frames on the GUI thread.
     --out DIR            Directory for snapshots and recordings (default:
                          the current directory). Their paths are relative
                          to it and must stay inside it: absolute paths

@@ -144,6 +144,8 @@ bool parseRunnerOptions(const QStringList& args, RunnerOptions& o, QString& erro
             }
         } else if (arg == QLatin1String("--render-thread")) {
             o.renderThread = true;
+        } else if (arg == QLatin1String("--no-render-thread")) {
+            o.renderThread = false;
         } else if (arg == QLatin1String("--out")) {
             if (!value(o.outDir))
                 return false;

@@ -33,7 +33,7 @@ struct RunnerOptions
     QString audioDevice;           ///< libmpv "audio-device"; empty: the output's default
     ScreenMode screenMode = ScreenMode::Auto;
     Vsync vsync = Vsync::Auto;     ///< --vsync auto|on|off: how windows are presented
-    bool renderThread = false;     ///< --render-thread: output frames drawn on a thread of their own
+    bool renderThread = true;      ///< output frames drawn on a thread of their own (--no-render-thread: off)
     QString outDir = QStringLiteral(".");
     QStringList mediaRoots;        ///< --media-root DIR (repeatable): folders media may come from
     int positionIntervalMs = 0;    ///< thinning of sPositionChanged per layer; 0: every one

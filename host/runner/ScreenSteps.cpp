@@ -1,5 +1,6 @@
 #include "ScreenSteps.h"
 
+#include "Console.h"
 #include "EventHub.h"
 #include "ScreenService.h"
 #include "StepFields.h"
@@ -56,6 +57,7 @@ StepOutcome ScreenSteps::openScreen(const Step& step)
     if (!f.ok())
         return StepOutcome::error(f.problem());
 
+    startRenderThreadOnce();
     ScreenWidget* widget = screens().openScreen(info);
     if (!widget)
         return StepOutcome::error(QStringLiteral("screen %1 could not be opened").arg(info.screenId));
@@ -67,6 +69,17 @@ StepOutcome ScreenSteps::openScreen(const Step& step)
     extra.add(QStringLiteral("width"), widget->size().width());
     extra.add(QStringLiteral("height"), widget->size().height());
     return StepOutcome::ok(extra);
+}
+
+void ScreenSteps::startRenderThreadOnce()
+{
+    if (!m_renderThreadWanted || m_renderThreadTried)
+        return;
+    m_renderThreadTried = true;
+    console::note(screens().setRenderThread(true)
+                      ? QStringLiteral("output frames are drawn on a render thread")
+                      : QStringLiteral("output frames are drawn on the GUI thread (no render "
+                                       "thread on this GL platform)"));
 }
 
 StepOutcome ScreenSteps::closeScreen(const Step& step)
@@ -174,11 +187,14 @@ void ScreenSteps::finishRecording(int screenId, bool cut)
     if (it == m_recordings.end())
         return;
     const Recording recording = it.value();
-    m_recordings.erase(it);
     recording.timer->stop();
-    recording.timer->deleteLater();
-    // False when the screen already ended the file (it closed meanwhile).
+    // Still listed while it stops: a display lost during the stop (met at
+    // the X request of its last picture) finishes it from the loss's end of
+    // the run instead of leaving the file unfinished. False when the screen
+    // already ended the file (it closed meanwhile).
     screens().stopRecording(screenId);
+    m_recordings.remove(screenId);
+    recording.timer->deleteLater();
 
     JsonLine fields;
     fields.add(QStringLiteral("screen"), screenId);

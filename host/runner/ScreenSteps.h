@@ -5,6 +5,10 @@
 // host line {"t", "host": "recordFinished", "screen", "path"}. Closing the
 // screen, or the end of the run, ends it early (the line says "cut": true).
 //
+// With drawOnRenderThread(true), output frames are drawn on a render thread
+// from the first screen on (ScreenService::setRenderThread): a show that
+// opens no screen makes no GL context for it.
+//
 // Snapshots and recordings are written only inside the output directory
 // (--out), through OutputPaths: relative paths are taken from it, new folders
 // below it are made, symbolic links are not followed, and an existing file is
@@ -31,6 +35,10 @@ public:
     ScreenSteps(const QString& outDir, bool defaultOffscreen, EventHub& hub,
                 QObject* parent = nullptr);
 
+    /// Whether the first screen opened starts the render thread (default
+    /// false). Set before the first openScreen.
+    void drawOnRenderThread(bool on) { m_renderThreadWanted = on; }
+
     StepOutcome openScreen(const Step& step);
     StepOutcome closeScreen(const Step& step);
     StepOutcome snapshot(const Step& step);
@@ -50,6 +58,8 @@ signals:
 
 private:
     void finishRecording(int screenId, bool cut);
+    /// Starts the render thread once, if wanted, and says how frames are drawn.
+    void startRenderThreadOnce();
 
     struct Recording
     {
@@ -63,4 +73,6 @@ private:
     EventHub& m_hub;
     QMap<int, Recording> m_recordings; // screen id -> running recording
     QSet<int> m_offscreenIds;          // open screens made offscreen
+    bool m_renderThreadWanted = false;
+    bool m_renderThreadTried = false;
 };

@@ -136,19 +136,13 @@ int main(int argc, char** argv)
         options.vsync == RunnerOptions::Vsync::On    ? ScreenService::Presentation::Vsync
         : options.vsync == RunnerOptions::Vsync::Off ? ScreenService::Presentation::Immediate
                                                      : ScreenService::Presentation::Auto);
-    if (options.renderThread) {
-        console::note(ScreenService::getInstance().setRenderThread(true)
-                          ? QStringLiteral("output frames are drawn on a render thread")
-                          : QStringLiteral("--render-thread: this GL platform cannot draw from "
-                                           "other threads; output frames are drawn on the GUI "
-                                           "thread"));
-    }
     EventHub hub(options.positionIntervalMs);
     hub.attach(service);
     MediaErrorReport mediaErrors(hub); // a host line for each layer's media error
     DropReport drops(hub);             // a host line a second while layers drop frames
     StepRunner runner(options, variables);
     ScreenSteps screens(outDir, offscreen, hub);
+    screens.drawOnRenderThread(options.renderThread);
     DisplayLoss displayLoss(screens, hub); // a lost X server ends the run (exit 3)
     HostSteps host(runner, hub, screens);
     runner.setHostSteps(&host);

@@ -93,6 +93,18 @@ TEST(RunnerCli, UsageErrorsExitWithOne)
     EXPECT_TRUE(missing.errText.contains(QStringLiteral("cannot open the show file")));
 }
 
+// The render thread (the default) starts with the first screen: a show that
+// opens none makes no GL context for it.
+TEST(RunnerCli, AShowWithoutScreensStartsNoRenderThread)
+{
+    const ShowRun run = runShow(freshWorkDir(QStringLiteral("cli-no-screens")),
+                                step(QStringLiteral("setCurPlayerCount"), QStringLiteral("2")));
+    ASSERT_TRUE(run.finished);
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_FALSE(run.errText.contains(QStringLiteral("output frames are drawn")))
+        << run.errText.toStdString();
+}
+
 TEST(RunnerCli, FailedWaitForEndsAStrictRunWithTwoAndALenientOneGoesOn)
 {
     const QString show = waitFor(QStringLiteral("sPlayReady"), QStringLiteral("{\"bankId\": 99}"), 100)

@@ -110,10 +110,11 @@ TEST(RunnerPixels, WindowPresentedWithVsyncShowsTheQuadrantsInTheSamePlaces)
     EXPECT_TRUE(colourAt(image, 480, 270, kWhite));
 }
 
-TEST(RunnerPixels, FramesDrawnOnTheRenderThreadShowTheQuadrantsInTheSamePlaces)
+// Output frames are drawn on the render thread by default, and on the GUI
+// thread with --no-render-thread: the same pictures either way.
+TEST(RunnerPixels, FramesDrawnOnEitherThreadShowTheQuadrantsInTheSamePlaces)
 {
     ASSERT_FALSE(mediaDir().isEmpty());
-    const QString dir = freshWorkDir(QStringLiteral("pixels-render-thread"));
     const QString show = QStringLiteral("{\"op\": \"openScreen\", \"id\": 1, \"width\": 640, "
                                         "\"height\": 360, \"windowed\": true}\n"
                                         "{\"op\": \"openScreen\", \"id\": 2, \"width\": 640, "
@@ -126,19 +127,27 @@ TEST(RunnerPixels, FramesDrawnOnTheRenderThreadShowTheQuadrantsInTheSamePlaces)
         + QStringLiteral("{\"op\": \"wait\", \"ms\": 500}\n"
                          "{\"op\": \"snapshot\", \"screen\": 1, \"path\": \"window.png\"}\n"
                          "{\"op\": \"snapshot\", \"screen\": 2, \"path\": \"offscreen.png\"}\n");
-    const ShowRun run = runShow(dir, show, {QStringLiteral("--render-thread")});
-    EXPECT_TRUE(run.finished);
-    EXPECT_EQ(run.exitCode, 0);
-    EXPECT_TRUE(run.errors().isEmpty()) << run.errText.toStdString();
-    EXPECT_TRUE(run.errText.contains(QStringLiteral("output frames are drawn on a render thread")))
-        << run.errText.toStdString();
-    for (const QString name : {QStringLiteral("window.png"), QStringLiteral("offscreen.png")}) {
-        const QImage image(dir + QLatin1Char('/') + name);
-        ASSERT_EQ(image.size(), QSize(640, 360)) << name.toStdString();
-        EXPECT_TRUE(colourAt(image, 160, 90, kRed)) << name.toStdString();
-        EXPECT_TRUE(colourAt(image, 480, 90, kGreen)) << name.toStdString();
-        EXPECT_TRUE(colourAt(image, 160, 270, kBlue)) << name.toStdString();
-        EXPECT_TRUE(colourAt(image, 480, 270, kWhite)) << name.toStdString();
+    for (const bool renderThread : {true, false}) {
+        SCOPED_TRACE(renderThread ? "default (render thread)" : "--no-render-thread");
+        const QString dir = freshWorkDir(renderThread ? QStringLiteral("pixels-render-thread")
+                                                      : QStringLiteral("pixels-gui-thread"));
+        const ShowRun run = runShow(dir, show,
+                                    renderThread ? QStringList()
+                                                 : QStringList{QStringLiteral("--no-render-thread")});
+        EXPECT_TRUE(run.finished);
+        EXPECT_EQ(run.exitCode, 0);
+        EXPECT_TRUE(run.errors().isEmpty()) << run.errText.toStdString();
+        EXPECT_EQ(run.errText.contains(QStringLiteral("output frames are drawn on a render thread")),
+                  renderThread)
+            << run.errText.toStdString();
+        for (const QString name : {QStringLiteral("window.png"), QStringLiteral("offscreen.png")}) {
+            const QImage image(dir + QLatin1Char('/') + name);
+            ASSERT_EQ(image.size(), QSize(640, 360)) << name.toStdString();
+            EXPECT_TRUE(colourAt(image, 160, 90, kRed)) << name.toStdString();
+            EXPECT_TRUE(colourAt(image, 480, 90, kGreen)) << name.toStdString();
+            EXPECT_TRUE(colourAt(image, 160, 270, kBlue)) << name.toStdString();
+            EXPECT_TRUE(colourAt(image, 480, 270, kWhite)) << name.toStdString();
+        }
     }
 }
 
