@@ -2,7 +2,8 @@
 // full-screen on a 1280x720 offscreen screen, while the GUI thread, in
 // every other phase, does something else for --busy-ms out of every
 // --every-ms (a host's widgets laying out, a long command), off its event
-// loop.
+// loop (--blocked: sleeping instead of spinning, so that the busy thread
+// takes no core from the drawing).
 //
 // The run alternates quiet and busy phases, --seconds each (default 10),
 // --phases in all (default 6), so that load changes on the shared machine
@@ -27,6 +28,7 @@
 #include <QCommandLineParser>
 #include <QTimer>
 #include <cstdio>
+#include <thread>
 
 using namespace bench;
 
@@ -60,7 +62,8 @@ int main(int argc, char** argv)
     parser.addOption({"phases", "Phases, quiet and busy alternating (default 6).", "n", "6"});
     parser.addOption({"busy-ms", "Busy milliseconds in every period (default 50).", "ms", "50"});
     parser.addOption({"every-ms", "The busy period in milliseconds (default 100).", "ms", "100"});
-    parser.addOption({"render-thread", "Draw output frames on the render thread."});
+    parser.addOption({"blocked", "The GUI thread sleeps instead of spinning (blocked, not using "
+                                 "a core)."});
     parser.process(app);
     if (!app.start(parser))
         return 1;
@@ -69,10 +72,7 @@ int main(int argc, char** argv)
     const int every = std::max(10, parser.value("every-ms").toInt());
     const int busyMs = std::clamp(parser.value("busy-ms").toInt(), 1, every - 1);
     const bool renderThread = parser.isSet("render-thread");
-    if (renderThread && !ScreenService::getInstance().setRenderThread(true)) {
-        std::printf("this GL platform cannot draw on a render thread\n");
-        return 1;
-    }
+    const bool blocked = parser.isSet("blocked");
     const Clip clip = ensureClip(mediaDir(parser), 10, 440, QSize(1280, 720));
     if (!clip.ok())
         return 1;
@@ -96,9 +96,10 @@ int main(int argc, char** argv)
     auto pictureClock = std::make_unique<PictureClock>(source);
 
     std::printf("busy GUI: %s looped on a 1280x720 offscreen screen; render thread %s; %d phases "
-                "of %d s, quiet and busy (%d ms of every %d) alternating; %u cores; load "
+                "of %d s, quiet and busy (%d ms of every %d, %s) alternating; %u cores; load "
                 "average %s\n", qPrintable(clip.path), renderThread ? "on" : "off", phases,
-                seconds, busyMs, every, cores(), qPrintable(loadAverage()));
+                seconds, busyMs, every, blocked ? "sleeping" : "spinning", cores(),
+                qPrintable(loadAverage()));
     std::printf("  %5s %5s %11s %13s %8s %8s %8s   %s\n", "phase", "kind", "pictures/s",
                 "drops/1000", "gap p50", "gap p99", "gap max", "load average");
     std::fflush(stdout);
@@ -106,7 +107,12 @@ int main(int argc, char** argv)
     QTimer busy;
     busy.setTimerType(Qt::PreciseTimer);
     busy.setInterval(every);
-    QObject::connect(&busy, &QTimer::timeout, [busyMs] { spin(busyMs); });
+    QObject::connect(&busy, &QTimer::timeout, [busyMs, blocked] {
+        if (blocked)
+            std::this_thread::sleep_for(std::chrono::milliseconds(busyMs));
+        else
+            spin(busyMs);
+    });
     std::vector<Phase> results;
     for (int p = 0; p < phases; ++p) {
         Phase phase;

@@ -110,7 +110,6 @@ int main(int argc, char** argv)
     parser.addOption({"minutes", "Length of the run (default 10).", "m", "10"});
     parser.addOption({"phase", "Seconds per quiet or flood phase (default 60).", "s", "60"});
     parser.addOption({"rate", "Steps a second while flooding (default 200).", "n", "200"});
-    parser.addOption({"render-thread", "Draw output frames on the render thread."});
     parser.process(app);
     if (!app.start(parser))
         return 1;
@@ -143,7 +142,6 @@ int main(int argc, char** argv)
     UI_Proc_KELMOR_PlayersManage_Desktop::getInstance();
     StepRunner runner(options, variables);
     ScreenSteps screens(outDir.path(), true, hub);
-    screens.drawOnRenderThread(parser.isSet("render-thread"));
     HostSteps host(runner, hub, screens);
     runner.setHostSteps(&host);
     auto* input = new StdinStepSource(false);

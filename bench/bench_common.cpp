@@ -36,6 +36,8 @@ void addCommonOptions(QCommandLineParser& parser)
     parser.addOption({"media-dir", "Where the test clips are made (default: bench-media next to the program).",
                       "dir"});
     parser.addOption({"verbose", "Show the engine's debug lines."});
+    parser.addOption({"render-thread", "Draw output frames on the render thread (default: on the "
+                                       "GUI thread, the figures' reference)."});
 }
 
 QString mediaDir(const QCommandLineParser& parser)
@@ -56,6 +58,13 @@ bool BenchApp::start(const QCommandLineParser& parser)
     QtAV::MpvEngineOptions options;
     options.audioOutput = QStringLiteral("null");
     QtAV::installMediaEngine(QtAV::createMpvEngine(options));
+    // Before any screen: frames on the GUI thread unless asked otherwise.
+    if (!parser.isSet("render-thread")) {
+        ScreenService::getInstance().setRenderThread(false);
+    } else if (!ScreenService::getInstance().setRenderThread(true)) {
+        std::fprintf(stderr, "--render-thread: no render thread on this GL platform\n");
+        return false;
+    }
     if (!QtAV::compositorContext()) {
         std::fprintf(stderr, "no OpenGL context: run under an X server, e.g.\n"
                              "  xvfb-run -a -s \"-screen 0 1920x1080x24 -noreset\" env QT_QPA_PLATFORM=offscreen %s\n",

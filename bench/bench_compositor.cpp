@@ -224,14 +224,9 @@ int main(int argc, char** argv)
     parser.addOption({"seconds", "Seconds measured per configuration (default 10).", "s", "10"});
     parser.addOption({"reps", "Interleaved repetitions (default 3).", "n", "3"});
     parser.addOption({"threads", "Print where our CPU went, by thread, for every run."});
-    parser.addOption({"render-thread", "Draw our output frames on the render thread."});
     parser.process(app);
     if (!app.start(parser))
         return 1;
-    if (parser.isSet("render-thread") && !ScreenService::getInstance().setRenderThread(true)) {
-        std::fprintf(stderr, "no render thread on this GL platform\n");
-        return 1;
-    }
     if (QGuiApplication::platformName() == QLatin1String("offscreen")) {
         std::fprintf(stderr, "windowed screens need Qt's xcb platform: unset QT_QPA_PLATFORM\n");
         return 1;

@@ -262,14 +262,9 @@ int main(int argc, char** argv)
     parser.addOption({"max-layers", "Highest layer count tried (default 96).", "n", "96"});
     parser.addOption({"threads", "Print each step's CPU by thread, in percent of one core."});
     parser.addOption({"tolerance", "Drops allowed per thousand frames due (default 2).", "n", "2"});
-    parser.addOption({"render-thread", "Draw output frames on the render thread."});
     parser.process(app);
     if (!app.start(parser))
         return 1;
-    if (parser.isSet("render-thread") && !ScreenService::getInstance().setRenderThread(true)) {
-        std::printf("no render thread on this GL platform\n");
-        return 1;
-    }
     const int seconds = std::max(1, parser.value("seconds").toInt());
     const int maxLayers = std::max(1, std::min(256, parser.value("max-layers").toInt()));
     const int from = std::max(1, std::min(maxLayers, parser.value("from").toInt()));

@@ -57,12 +57,12 @@ StepOutcome ScreenSteps::openScreen(const Step& step)
     if (!f.ok())
         return StepOutcome::error(f.problem());
 
-    startRenderThreadOnce();
     ScreenWidget* widget = screens().openScreen(info);
     if (!widget)
         return StepOutcome::error(QStringLiteral("screen %1 could not be opened").arg(info.screenId));
     if (widget->info().offscreen)
         m_offscreenIds.insert(info.screenId);
+    noteWhereFramesAreDrawn();
     JsonLine extra;
     extra.add(QStringLiteral("screen"), info.screenId);
     extra.add(QStringLiteral("offscreen"), widget->info().offscreen);
@@ -71,15 +71,14 @@ StepOutcome ScreenSteps::openScreen(const Step& step)
     return StepOutcome::ok(extra);
 }
 
-void ScreenSteps::startRenderThreadOnce()
+void ScreenSteps::noteWhereFramesAreDrawn()
 {
-    if (!m_renderThreadWanted || m_renderThreadTried)
+    if (m_noted)
         return;
-    m_renderThreadTried = true;
-    console::note(screens().setRenderThread(true)
+    m_noted = true;
+    console::note(screens().renderThread()
                       ? QStringLiteral("output frames are drawn on a render thread")
-                      : QStringLiteral("output frames are drawn on the GUI thread (no render "
-                                       "thread on this GL platform)"));
+                      : QStringLiteral("output frames are drawn on the GUI thread"));
 }
 
 StepOutcome ScreenSteps::closeScreen(const Step& step)

@@ -5,9 +5,8 @@
 // host line {"t", "host": "recordFinished", "screen", "path"}. Closing the
 // screen, or the end of the run, ends it early (the line says "cut": true).
 //
-// With drawOnRenderThread(true), output frames are drawn on a render thread
-// from the first screen on (ScreenService::setRenderThread): a show that
-// opens no screen makes no GL context for it.
+// The first screen opened says on stderr which thread draws output frames
+// (the render thread unless the runner was given --no-render-thread).
 //
 // Snapshots and recordings are written only inside the output directory
 // (--out), through OutputPaths: relative paths are taken from it, new folders
@@ -35,10 +34,6 @@ public:
     ScreenSteps(const QString& outDir, bool defaultOffscreen, EventHub& hub,
                 QObject* parent = nullptr);
 
-    /// Whether the first screen opened starts the render thread (default
-    /// false). Set before the first openScreen.
-    void drawOnRenderThread(bool on) { m_renderThreadWanted = on; }
-
     StepOutcome openScreen(const Step& step);
     StepOutcome closeScreen(const Step& step);
     StepOutcome snapshot(const Step& step);
@@ -58,8 +53,8 @@ signals:
 
 private:
     void finishRecording(int screenId, bool cut);
-    /// Starts the render thread once, if wanted, and says how frames are drawn.
-    void startRenderThreadOnce();
+    /// Says once, after the first screen, which thread draws output frames.
+    void noteWhereFramesAreDrawn();
 
     struct Recording
     {
@@ -73,6 +68,5 @@ private:
     EventHub& m_hub;
     QMap<int, Recording> m_recordings; // screen id -> running recording
     QSet<int> m_offscreenIds;          // open screens made offscreen
-    bool m_renderThreadWanted = false;
-    bool m_renderThreadTried = false;
+    bool m_noted = false;              // noteWhereFramesAreDrawn said it
 };

@@ -141,8 +141,9 @@ int main(int argc, char** argv)
     MediaErrorReport mediaErrors(hub); // a host line for each layer's media error
     DropReport drops(hub);             // a host line a second while layers drop frames
     StepRunner runner(options, variables);
+    if (!options.renderThread)
+        ScreenService::getInstance().setRenderThread(false); // before any screen
     ScreenSteps screens(outDir, offscreen, hub);
-    screens.drawOnRenderThread(options.renderThread);
     DisplayLoss displayLoss(screens, hub); // a lost X server ends the run (exit 3)
     HostSteps host(runner, hub, screens);
     runner.setHostSteps(&host);

@@ -131,16 +131,22 @@ public:
     /// The choice for windows opened from now on.
     Presentation presentation() const;
 
-    /// Draws output frames on a render thread of their own from now on, for
-    /// the life of the process: the GUI thread only gathers what to draw
+    /// Output frames are drawn on a render thread of their own, for the life
+    /// of the process, from the first screen opened on (the default) or
+    /// from now on (`true`): the GUI thread only gathers what to draw
     /// (cheap) and goes on with commands and events while the frame is
-    /// drawn, so a slow frame never holds a command. The GUI thread still
-    /// waits for a frame under way before it touches GL or what a frame reads
-    /// (a player's frame source made or freed, a grab, a recording started):
-    /// those wait at most one frame. Off by default. Returns whether frames
-    /// are now drawn on it: false (with a debug line) without GL, or where
-    /// Qt's GL platform cannot draw from other threads. Call it before
-    /// opening screens or after; `false` is refused once it runs.
+    /// drawn, so a slow frame never holds a command; and while the GUI
+    /// thread is busy elsewhere (a host's widgets, a long command), the
+    /// render thread draws the frames the players want itself, from what
+    /// was gathered last. The GUI thread still waits for a frame under way
+    /// before it touches GL or what a frame reads (a player's frame source
+    /// made or freed, a grab, a recording started): those wait at most one
+    /// frame. A host that keeps compositorContext() across its event loop's
+    /// turns, or that wants every frame drawn on the GUI thread, calls
+    /// `false` before its first screen. Returns whether frames are now
+    /// drawn on it: false (with a debug line) without GL, or where Qt's GL
+    /// platform cannot draw from other threads; `false` is refused once it
+    /// runs.
     bool setRenderThread(bool on);
     /// Whether output frames are drawn on a render thread.
     bool renderThread() const;
@@ -200,6 +206,8 @@ private:
     QList<ScreenWidget*> m_widgets; // GUI thread; owned
     QList<QtAV::PreviewRenderer*> m_previews; // GUI thread; not owned
     Presentation m_presentation = Presentation::Auto; // GUI thread
+    bool m_renderThreadWanted = true;  // GUI thread: started with the first screen
+    bool m_renderThreadTried = false;  // GUI thread
     std::unique_ptr<kelmor::gl::Compositor> m_compositor; // GUI thread
     /// Published screens by id (GUI thread; owned).
     std::map<int, std::unique_ptr<kelmor::pipewire::ScreenPublisher>> m_published;

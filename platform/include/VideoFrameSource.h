@@ -70,10 +70,12 @@ public:
 /// screen shows them (an engine that waits for its frames to be taken). GUI
 /// thread. Registering one twice, or null, changes nothing.
 KELMOR_PLATFORM_EXPORT void registerFrameSource(VideoFrameSource* source);
-/// Takes a source off that list before it is destroyed, and makes the output
-/// screens let go of its texture (a window's presentation thread copying it
-/// is waited for, briefly): call it before the source deletes its texture.
-/// An unknown one is ignored. GUI thread.
+/// Every source calls this before it is destroyed, registered or not, and
+/// before it deletes its texture: it waits for an output frame being drawn,
+/// takes the source off the list above, and makes the output screens forget
+/// it (the render thread may draw the last frame's items again while the GUI
+/// thread is busy) and let go of its texture (a window's presentation thread
+/// copying it is waited for, briefly). An unknown one is ignored. GUI thread.
 KELMOR_PLATFORM_EXPORT void unregisterFrameSource(VideoFrameSource* source);
 
 /// The compositor's GL context, made current on its own offscreen surface, or

@@ -66,6 +66,11 @@ ScreenWidget* ScreenService::openScreen(const ScreenInfo& info)
         if (sameIdentity(w, info.screenId, info.screenType, info.clientGuid))
             return w;
     }
+    if (m_renderThreadWanted && !m_renderThreadTried) {
+        // The default: frames on the render thread from the first screen on
+        // (a run without screens makes no GL context for it).
+        setRenderThread(true);
+    }
     auto* widget = new ScreenWidget(info);
     m_widgets.append(widget);
     if (kelmor::gl::Compositor* c = compositor())
@@ -240,8 +245,12 @@ bool ScreenService::setRenderThread(bool on)
     if (!on) {
         if (kelmor::gl::renderThreadRunning())
             qDebug() << "setRenderThread: the render thread runs until the process ends; kept";
+        else
+            m_renderThreadWanted = false;
         return kelmor::gl::renderThreadRunning();
     }
+    m_renderThreadWanted = true;
+    m_renderThreadTried = true;
     compositor(); // frames are drawn by it: made first, on this thread
     return kelmor::gl::startRenderThread();
 }

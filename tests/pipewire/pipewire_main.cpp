@@ -31,10 +31,14 @@ int main(int argc, char** argv)
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
     QGuiApplication app(argc, argv);
     RecordingEngine::install();
-    // KELMOR_TEST_RENDER_THREAD=1: the same tests with output frames drawn
-    // on the render thread (ScreenService::setRenderThread).
-    if (qEnvironmentVariableIntValue("KELMOR_TEST_RENDER_THREAD") == 1
-        && !ScreenService::getInstance().setRenderThread(true)) {
+    // Output frames are drawn on the render thread from the first screen on
+    // (ScreenService's default); KELMOR_TEST_RENDER_THREAD=0: the same tests
+    // with them on the GUI thread, =1: on the render thread from the start.
+    const QString renderThread = qEnvironmentVariable("KELMOR_TEST_RENDER_THREAD");
+    if (renderThread == QLatin1String("0")) {
+        ScreenService::getInstance().setRenderThread(false);
+    } else if (renderThread == QLatin1String("1")
+               && !ScreenService::getInstance().setRenderThread(true)) {
         std::fprintf(stderr, "KELMOR_TEST_RENDER_THREAD=1 but no render thread started\n");
         return 1;
     }

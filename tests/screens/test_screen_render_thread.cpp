@@ -1,8 +1,9 @@
-// Output frames drawn on the render thread (ScreenService::setRenderThread):
-// frames are drawn off the GUI thread, the GUI thread goes on while one is
-// drawn, frames go on while the GUI thread is busy (but not while it holds
-// the context), and once on, the render thread stays on. The rest of the suite runs
-// once more with the render thread on (ScreenTest.all_on_the_render_thread).
+// Output frames drawn on the render thread (ScreenService::setRenderThread,
+// on from the first screen by default): frames are drawn off the GUI thread,
+// the GUI thread goes on while one is drawn, frames go on while the GUI
+// thread is busy (but not while it holds the context), and once on, the
+// render thread stays on. The rest of the suite runs once more with frames
+// on the GUI thread (ScreenTest.all_on_the_gui_thread).
 #include "ScreenFixture.h"
 
 #include <QThread>
@@ -72,15 +73,23 @@ private:
     std::thread m_thread;
 };
 
-// A frame held on the render thread: the render thread on, a screen open,
-// and `source` holding the frame that takes it (release it before it goes).
+// Output frames on the render thread (skipped in the run that keeps them on
+// the GUI thread, KELMOR_TEST_RENDER_THREAD=0).
 class RenderThreadTest : public ScreenTest
 {
 protected:
+    void SetUp() override
+    {
+        ScreenTest::SetUp();
+        if (qEnvironmentVariable("KELMOR_TEST_RENDER_THREAD") == QLatin1String("0"))
+            GTEST_SKIP() << "this run keeps output frames on the GUI thread";
+        ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
+    }
+
+    /// A frame held on the render thread: a screen open, and `source`
+    /// holding the frame that takes it (release it before it goes).
     bool holdAFrame(DueFrameSource& source)
     {
-        if (!ScreenService::getInstance().setRenderThread(true))
-            return false;
         openScreen(1);
         source.hold.store(true);
         QtAV::registerFrameSource(&source);
@@ -91,9 +100,8 @@ protected:
 
 } // namespace
 
-TEST_F(ScreenTest, OnTheRenderThreadFramesAreDrawnOffTheGuiThread)
+TEST_F(RenderThreadTest, FramesAreDrawnOffTheGuiThread)
 {
-    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
     EXPECT_TRUE(ScreenService::getInstance().renderThread());
     openScreen(1);
     DueFrameSource source;
@@ -122,9 +130,8 @@ TEST_F(RenderThreadTest, TheGuiThreadGoesOnWhileAFrameIsDrawn)
         << "the frame ended by its time limit, not by the GUI thread's timer";
 }
 
-TEST_F(ScreenTest, TheRenderThreadOnceOnStaysOn)
+TEST_F(RenderThreadTest, OnceOnItStaysOn)
 {
-    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
     EXPECT_TRUE(ScreenService::getInstance().setRenderThread(false));
     EXPECT_TRUE(ScreenService::getInstance().renderThread());
     // A grab still draws the screen's picture now, on the GUI thread.
@@ -144,9 +151,8 @@ TEST_F(RenderThreadTest, DropCountsAnswerWhileAFrameIsDrawn)
     EXPECT_TRUE(source.ended.load());
 }
 
-TEST_F(ScreenTest, FramesGoOnWhileTheGuiThreadIsBusy)
+TEST_F(RenderThreadTest, FramesGoOnWhileTheGuiThreadIsBusy)
 {
-    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
     openScreen(1);
     DueFrameSource source;
     QtAV::registerFrameSource(&source);
@@ -165,9 +171,8 @@ TEST_F(ScreenTest, FramesGoOnWhileTheGuiThreadIsBusy)
     QtAV::unregisterFrameSource(&source);
 }
 
-TEST_F(ScreenTest, NoFrameIsDrawnWhileTheGuiThreadHoldsTheContext)
+TEST_F(RenderThreadTest, NoFrameIsDrawnWhileTheGuiThreadHoldsTheContext)
 {
-    ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
     openScreen(1);
     DueFrameSource source;
     QtAV::registerFrameSource(&source);
@@ -185,4 +190,11 @@ TEST_F(ScreenTest, NoFrameIsDrawnWhileTheGuiThreadHoldsTheContext)
         EXPECT_TRUE(waitUntil([&] { return source.discards.load() > before; }));
     }
     QtAV::unregisterFrameSource(&source);
+}
+
+TEST_F(ScreenTest, TheFirstScreenStartsTheRenderThreadUnlessTheHostSaidNo)
+{
+    openScreen(1);
+    const bool guiRun = qEnvironmentVariable("KELMOR_TEST_RENDER_THREAD") == QLatin1String("0");
+    EXPECT_EQ(ScreenService::getInstance().renderThread(), !guiRun);
 }

@@ -216,8 +216,10 @@ void awaitRenderThread()
 
 QVector<QtAV::VideoFrameSource*>& registeredSources()
 {
-    static QVector<QtAV::VideoFrameSource*> sources; // GUI thread
-    return sources;
+    // GUI thread. Never destroyed: sources held by the compositor's memos
+    // unregister while the service goes, among the static destructors.
+    static auto* sources = new QVector<QtAV::VideoFrameSource*>;
+    return *sources;
 }
 
 void setActiveCompositor(Compositor* compositor)
@@ -274,6 +276,7 @@ void registerFrameSource(VideoFrameSource* source)
 
 void unregisterFrameSource(VideoFrameSource* source)
 {
+    kelmor::gl::awaitRenderThread(); // a frame being drawn may be reading it
     kelmor::gl::registeredSources().removeAll(source);
     // Its texture goes next: a presentation thread copying it lets go first.
     // The compositor is set and destroyed on this (the GUI) thread, so it is

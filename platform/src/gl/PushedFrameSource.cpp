@@ -10,7 +10,9 @@ PushedFrameSource::PushedFrameSource() = default;
 
 PushedFrameSource::~PushedFrameSource()
 {
-    awaitOutputFrame(); // a frame being drawn may be reading this source
+    // Waits for a frame being drawn, and the screens forget this source: a
+    // late frame on the render thread draws the last frame's items again.
+    unregisterFrameSource(this);
     releaseTexture();
 }
 

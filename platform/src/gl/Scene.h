@@ -14,7 +14,9 @@
 // Lifetime: a Scene names objects by pointer. Pointers are identities only
 // (memo keys, drop counts), except `source`, which the drawing calls: a frame
 // source unregisters itself (unregisterFrameSource) before it goes, and the
-// Scene in use is the one of the running tick.
+// compositor then forgets it in the Scene it keeps for late frames (the
+// last one drawn, drawn again by the render thread while the GUI thread is
+// busy) as in its screens' items; a preview going is forgotten the same way.
 #pragma once
 
 #include "NoxOpenGLRender.h"
