@@ -25,7 +25,10 @@
 // render objects whose settings change, by effect and screen changes and by
 // window exposes, and run at most once per refresh interval of the displays
 // (60 Hz offscreen). With nothing changing, no tick runs: an idle screen costs
-// nothing.
+// nothing. On the render thread, steps 2 to 4 of a frame a source wanted and
+// the GUI thread did not post in time run again from the last Scene (a late
+// frame, drawLate); results wait in one place until the GUI thread takes
+// them (keepResults, deliverPending).
 //
 // Files, one part of the object each:
 //   Compositor.cpp          life, screens opened and closed, scheduling, tick
@@ -40,12 +43,14 @@
 // Threading: the public operations on the GUI thread, except requestFrame
 // (any thread). Steps 2 to 4 read no module object but the frame sources
 // (the Scene is their copy): with a render thread (startRenderThread,
-// RenderThread.h) they run there, with the context lent for the frame, while
-// the GUI thread goes on; every public operation first waits for a frame
-// under way. Grabs and a recording's first picture draw on the GUI thread.
+// RenderThread.h) they run there, with the context lent to it, while the
+// GUI thread goes on; every public operation first calls the context home,
+// waiting for a frame under way. Grabs and a recording's first picture draw
+// on the GUI thread.
 // Ownership: ScreenService owns the compositor; the compositor owns each
 // screen's surfaces and recorder, never the widgets, render objects, players
-// or frame sources (it reads them during a tick only).
+// or frame sources (it reads them during a frame only; a source that goes
+// unregisters first, and is forgotten).
 #pragma once
 
 #include "ScreenWidget.h"
