@@ -86,15 +86,22 @@ protected:
         ASSERT_TRUE(ScreenService::getInstance().setRenderThread(true));
     }
 
-    /// A frame held on the render thread: a screen open, and `source`
-    /// holding the frame that takes it (release it before it goes).
-    bool holdAFrame(DueFrameSource& source)
+    /// A screen open and `source` taken by output frames, the first one
+    /// done (unregister it before it goes).
+    bool drawing(DueFrameSource& source)
     {
         openScreen(1);
-        source.hold.store(true);
         QtAV::registerFrameSource(&source);
         QtAV::requestCompositorFrame();
-        return waitUntil([&] { return source.holding.load(); });
+        return waitUntil([&] { return source.discards.load() > 0; });
+    }
+
+    /// A frame held on the render thread: `source` holding the frame that
+    /// takes it (release it before it goes).
+    bool holdAFrame(DueFrameSource& source)
+    {
+        source.hold.store(true);
+        return drawing(source) && waitUntil([&] { return source.holding.load(); });
     }
 };
 
@@ -103,11 +110,8 @@ protected:
 TEST_F(RenderThreadTest, FramesAreDrawnOffTheGuiThread)
 {
     EXPECT_TRUE(ScreenService::getInstance().renderThread());
-    openScreen(1);
     DueFrameSource source;
-    QtAV::registerFrameSource(&source);
-    QtAV::requestCompositorFrame();
-    EXPECT_TRUE(waitUntil([&] { return source.discards.load() > 0; }));
+    EXPECT_TRUE(drawing(source));
     EXPECT_NE(source.thread.load(), nullptr);
     EXPECT_NE(source.thread.load(), QThread::currentThread());
     QtAV::unregisterFrameSource(&source); // waits for a frame under way
@@ -153,11 +157,8 @@ TEST_F(RenderThreadTest, DropCountsAnswerWhileAFrameIsDrawn)
 
 TEST_F(RenderThreadTest, FramesGoOnWhileTheGuiThreadIsBusy)
 {
-    openScreen(1);
     DueFrameSource source;
-    QtAV::registerFrameSource(&source);
-    QtAV::requestCompositorFrame();
-    ASSERT_TRUE(waitUntil([&] { return source.discards.load() > 0; }));
+    ASSERT_TRUE(drawing(source));
     {
         FrameWanter engine;
         // The GUI thread does something else for 400 ms, off its event
@@ -173,11 +174,8 @@ TEST_F(RenderThreadTest, FramesGoOnWhileTheGuiThreadIsBusy)
 
 TEST_F(RenderThreadTest, NoFrameIsDrawnWhileTheGuiThreadHoldsTheContext)
 {
-    openScreen(1);
     DueFrameSource source;
-    QtAV::registerFrameSource(&source);
-    QtAV::requestCompositorFrame();
-    ASSERT_TRUE(waitUntil([&] { return source.discards.load() > 0; }));
+    ASSERT_TRUE(drawing(source));
     {
         FrameWanter engine;
         // Called home, the context stays on the GUI thread until its next
