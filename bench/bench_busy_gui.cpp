@@ -9,12 +9,13 @@
 // --phases in all (default 6), so that load changes on the shared machine
 // hit both alike; the first second of each phase is not counted. Printed
 // per phase: the layer's new pictures a second (its source's serial), the
-// the frames libmpv dropped because no output frame took them in time
-// (ScreenService::droppedFrames), per 1000 frames due; then the medians per
-// kind; and how far apart new pictures were taken (picture_clock.h): gaps
-// p50, p99 and max (33 ms at 30 fps when nothing is late). Run it without and with --render-thread (the render thread draws
-// frames itself while the GUI thread is busy), interleaved, and compare the
-// busy phases; the quiet phases are each run's reference.
+// frames libmpv dropped because no output frame took them in time
+// (ScreenService::droppedFrames) per 1000 frames due, and how far apart new
+// pictures were taken (picture_clock.h): gaps p50, p99 and max (33 ms at 30
+// fps when nothing is late); then the medians per kind. Run it without and
+// with --render-thread (the render thread draws frames itself while the GUI
+// thread is busy), interleaved, and compare the busy phases; the quiet
+// phases are each run's reference.
 //
 //   xvfb-run -a -s "-screen 0 1920x1080x24 -noreset" env QT_QPA_PLATFORM=offscreen
 //       build/bench/kelmor_bench_busy_gui [--render-thread] [--seconds 10] [--phases 6]

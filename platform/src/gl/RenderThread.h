@@ -55,9 +55,9 @@ public:
     void post(std::function<void()> job, QObject* receiver, std::function<void()> done);
     /// Returns once the context is home, calling it back from the thread
     /// (after the frame under way, if any); it stays home until the next
-    /// post, or until the GUI thread is back in its event loop. No wait on the thread itself. After abandonSharedContext() it
-    /// waits at most `kAbandonedWaitMs`: a display that is gone may hold a
-    /// frame forever.
+    /// post, or until the GUI thread is back in its event loop. No wait on
+    /// the thread itself. After abandonSharedContext() it waits at most
+    /// `kAbandonedWaitMs`: a display that is gone may hold a frame forever.
     void waitHome();
     /// Whether a frame (posted or late) is under way or waiting to start.
     bool busy() const;
@@ -105,7 +105,7 @@ private:
     // order; one frameDone call each).
     quint64 m_posted = 0;
     std::deque<Done> m_dones;
-    bool m_lendBackQueued = false;
+    bool m_lendBackQueued = false;     // a lendBack call is coming
 
     using Clock = std::chrono::steady_clock;
     mutable std::mutex m_mutex;        // guards the fields below
@@ -118,7 +118,7 @@ private:
     bool m_stop = false;
     quint64 m_completed = 0;           // posted frames done
     std::function<void()> m_late;      // the late frame (GUI thread sets it)
-    Clock::duration m_lateInterval{};
+    Clock::duration m_lateInterval{};  // the display's pace, for late frames
     bool m_wanted = false;             // a frame is wanted, since m_wantedAt
     Clock::time_point m_wantedAt;
     Clock::time_point m_lastStart;     // the last frame's start, posted or late
